@@ -1,0 +1,181 @@
+#include "util/FdMonitor.h"
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+#include "util/Log.h"
+#include "util/Select.h"
+#include "util/StartThread.h"
+
+namespace hvn {
+namespace util {
+
+namespace {
+
+[[maybe_unused]] const std::string kTag = "util::FdMonitor";
+constexpr size_t kMaxMonitors = 5;
+constexpr size_t kDiscardSize = 4096;
+
+/// A wake-up descriptor that is not 0, which counts as none, and that select can hold; or -1.
+int OpenWakeFd() {
+  int fd = eventfd(0, EFD_NONBLOCK);
+  if (fd == 0) {
+    fd = fcntl(0, F_DUPFD, STDERR_FILENO + 1);
+    close(0);
+  }
+  if (fd < 0 || FitsSelect(fd)) return fd;
+  close(fd);
+  return -1;
+}
+
+void Discard(int fd) {
+  char scratch[kDiscardSize];
+  if (read(fd, scratch, sizeof(scratch)) < 0) return;  // the loop hears of it again, or not
+}
+
+}  // namespace
+
+/// What one pass of the loop waits for.
+struct FdMonitor::Sets {
+  fd_set read, write, except;
+};
+
+std::vector<FdMonitor*> FdMonitor::s_monitor_v_;
+Mutex FdMonitor::s_monitor_vector_mutex_;
+
+FdMonitor* FdMonitor::Create() {
+  std::lock_guard<Mutex> lock(s_monitor_vector_mutex_);
+  if (s_monitor_v_.size() >= kMaxMonitors) return nullptr;
+  s_monitor_v_.push_back(new FdMonitor());
+  return s_monitor_v_.back();
+}
+
+FdMonitor* FdMonitor::Get(unsigned int index) {
+  std::lock_guard<Mutex> lock(s_monitor_vector_mutex_);
+  return index < s_monitor_v_.size() ? s_monitor_v_[index] : nullptr;
+}
+
+unsigned int FdMonitor::Count() {
+  std::lock_guard<Mutex> lock(s_monitor_vector_mutex_);
+  return static_cast<unsigned int>(s_monitor_v_.size());
+}
+
+hvn::Result FdMonitor::Delete(unsigned int /*index*/) {
+  std::lock_guard<Mutex> lock(s_monitor_vector_mutex_);
+  return hvn::kSuccess;
+}
+
+// running_ is true before the thread exists, so that a destructor that comes first is not undone.
+FdMonitor::FdMonitor()
+    : exit_word_("evt_exit"), modify_word_("evt_modi"), wake_fd_(OpenWakeFd()), running_(true) {
+  if (wake_fd_ < 0) return;
+  std::thread thread = StartThread(&FdMonitor::ThreadLoop, this);
+  if (!thread.joinable()) {
+    close(wake_fd_);
+    wake_fd_ = -1;
+    return;
+  }
+  thread_ = std::move(thread);
+}
+
+FdMonitor::~FdMonitor() {
+  running_ = false;
+  if (wake_fd_ <= 0) return;
+  Wake(exit_word_);
+  thread_.Join();
+  close(wake_fd_);
+}
+
+hvn::Result FdMonitor::Add(int fd, FdType type, Callback cb) {
+  std::lock_guard<Mutex> lock(mutex_);
+  if (MapOf(type).emplace(fd, std::move(cb)).second) Wake(modify_word_);
+  return hvn::kSuccess;
+}
+
+hvn::Result FdMonitor::Remove(int fd, FdType type) {
+  std::lock_guard<Mutex> lock(mutex_);
+  if (MapOf(type).erase(fd) > 0) Wake(modify_word_);
+  return hvn::kSuccess;
+}
+
+FdMonitor::CallbackMap& FdMonitor::MapOf(FdType type) {
+  if (type == kWrite) return write_map_;
+  if (type == kExcept) return except_map_;
+  return read_map_;
+}
+
+/// A write that finds the counter full needs no repetition: the loop is awake then.
+void FdMonitor::Wake(const std::string& word) const {
+  if (write(wake_fd_, word.data(), word.size()) < 0) return;
+}
+
+void FdMonitor::ThreadLoop() {
+  constexpr char kFunction[] = "void hvn::util::FdMonitor::ThreadLoop()";
+  if (wake_fd_ < 0) return;
+  HUTIL_ANNOUNCE_THREAD(kFunction);
+  ReadyList ready;
+  while (running_) {
+    Sets sets;
+    const int max_fd = BuildSets(sets);
+    const int count = select(max_fd + 1, &sets.read, &sets.write, &sets.except, nullptr);
+    if (count < 0) {
+      HUTIL_LOG(LOG_ERR, "%s %d: select error", kFunction, __LINE__);
+      continue;
+    }
+    if (count == 0) {
+      HUTIL_LOG(LOG_DEBUG, "%s %d: select timeout", kFunction, __LINE__);
+      continue;
+    }
+    CollectReady(sets, ready);
+    for (const auto& entry : ready) entry.second(entry.first, kRead);
+    ready.clear();
+  }
+}
+
+int FdMonitor::BuildSets(Sets& sets) {
+  FD_ZERO(&sets.read);
+  FD_ZERO(&sets.write);
+  FD_ZERO(&sets.except);
+  FD_SET(wake_fd_, &sets.read);
+  int max_fd = wake_fd_;
+  const auto fill = [&max_fd](const CallbackMap& map, fd_set& set) {
+    for (const auto& entry : map) {
+      if (!FitsSelect(entry.first)) continue;
+      FD_SET(entry.first, &set);
+      max_fd = std::max(max_fd, entry.first);
+    }
+  };
+  std::lock_guard<Mutex> lock(mutex_);
+  fill(read_map_, sets.read);
+  fill(write_map_, sets.write);
+  fill(except_map_, sets.except);
+  return max_fd;
+}
+
+void FdMonitor::CollectReady(const Sets& sets, ReadyList& ready) {
+  std::lock_guard<Mutex> lock(mutex_);
+  for (const auto& entry : read_map_) {
+    if (!FitsSelect(entry.first) || !FD_ISSET(entry.first, &sets.read)) continue;
+    if (entry.second) {
+      ready.push_back(entry);
+    } else {
+      Discard(entry.first);
+    }
+  }
+  if (FD_ISSET(wake_fd_, &sets.read)) ReadWakeUp();
+}
+
+/// Words that came together add up to another one; the destructor clears running_ itself.
+void FdMonitor::ReadWakeUp() {
+  char word[12] = {};
+  if (read(wake_fd_, word, 8) == 8 && exit_word_ == word) running_ = false;
+}
+
+}  // namespace util
+}  // namespace hvn

@@ -1,0 +1,30 @@
+#ifndef HUTIL_UTIL_SELECT_H_
+#define HUTIL_UTIL_SELECT_H_
+
+#include <sys/select.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
+namespace hvn {
+namespace util {
+
+/// Whether an fd_set has room for `fd`: FD_SET writes outside the set for any other.
+inline bool FitsSelect(int fd) { return fd >= 0 && fd < FD_SETSIZE; }
+
+/// `us` microseconds as select(2) wants them; spans that time_t cannot hold are cut to its largest.
+inline timeval ToTimeval(uint64_t us) {
+  constexpr uint64_t kMaxSeconds =
+      static_cast<uint64_t>(std::numeric_limits<decltype(timeval::tv_sec)>::max());
+  timeval span;
+  span.tv_sec = static_cast<decltype(span.tv_sec)>(std::min(us / 1000000, kMaxSeconds));
+  span.tv_usec = static_cast<decltype(span.tv_usec)>(us % 1000000);
+  return span;
+}
+
+}  // namespace util
+}  // namespace hvn
+
+#endif  // HUTIL_UTIL_SELECT_H_
