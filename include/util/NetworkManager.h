@@ -1,0 +1,99 @@
+#ifndef HUTIL_UTIL_NETWORKMANAGER_H_
+#define HUTIL_UTIL_NETWORKMANAGER_H_
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "util/EventDic.h"
+#include "util/Export.h"
+#include "util/Result.h"
+
+struct ifreq;
+
+namespace hvn {
+namespace util {
+
+class NetworkMonitor;
+
+/// Network interfaces: what they are and their addresses, address checks, names, and changes.
+///
+///     NetworkManager network;
+///     for (const auto& name : NetworkManager::GetIfNames()) Show(network.GetMacAddress(name));
+///     network.SetEventCb([](EventDic& event) { Note(event.GetParam(EventDic::kIfName)); });
+///
+/// Interface operations go through netdevice(7) requests on a socket of their own, and log a failed
+/// request at priority 3; a name counts up to its 16th byte.
+class HUTIL_EXPORT NetworkManager {
+ public:
+  using EventCallback = std::function<void(EventDic&)>;
+
+  /// Starts the process's NetworkMonitor at the first use. Any thread.
+  NetworkManager();
+
+  /// Passes each network change from now on to `cb`, in place of this object's earlier callback.
+  /// Called on the monitor's thread under its lock: `cb` must neither subscribe nor unsubscribe.
+  /// Not undone by the destructor. Any thread.
+  void SetEventCb(EventCallback cb);
+  /// Ends it: when this returns, the callback has returned and is not called again. Any thread.
+  void UnsetEventCb();
+
+  /// The hardware address as "AA:BB:CC:DD:EE:FF", or empty. Any thread.
+  std::string GetMacAddress(std::string ifname);
+  /// Whether sysfs knows the interface as a wireless one. Never logs. Any thread.
+  bool IsWirelessDevice(std::string ifname);
+  bool IsLoopBackDevice(std::string ifname);      ///< IFF_LOOPBACK is set. Any thread.
+  bool IsArpSupportedDevice(std::string ifname);  ///< IFF_NOARP is clear. Any thread.
+  /// With ARP, neither loopback nor wireless: bridges and VLANs count too. Any thread.
+  bool IsEthernetDevice(std::string ifname);
+  static bool IsUpState(std::string ifname);  ///< IFF_UP is set. Any thread.
+
+  /// Runs the netdevice(7) `request` for `ifname` on `ifr`, which the caller has zeroed and which
+  /// holds the answer after. False where it failed. Any thread.
+  static bool CallGeneral(std::string ifname, int request, ifreq& ifr);
+  /// Sets IFF_UP, also where it is set already; `ifr`, zeroed, holds the flags after. Any thread.
+  static bool WakeUpIfNeeded(std::string ifname, ifreq& ifr);
+
+  /// Brings the interface up and sets its IPv4 address or netmask; logs success at 7. The text is
+  /// not checked: see IsValidAddress. Any thread.
+  static bool SetIpAddress(std::string ifname, std::string ip);
+  static bool SetSubnetMask(std::string ifname, std::string mask);
+  /// The IPv4 address or, with `ipv6`, the first global IPv6 address, uncompressed
+  /// ("2001:0db8:0000:...:0001"). False with `out` empty where there is none. Any thread.
+  static bool GetIpAddress(std::string ifname, std::string& out, bool ipv6);
+  /// The IPv4 netmask. False with `out` untouched where there is none. Any thread.
+  static bool GetSubnetMask(std::string ifname, std::string& out);
+  /// Every interface once, in bytewise order; empty, logged, on failure. Any thread. See
+  /// getifaddrs(3).
+  static std::vector<std::string> GetIfNames();
+
+  /// Six pairs of hex digits joined by ":". Never logs. Any thread.
+  static bool CheckIpv4MacValidation(std::string mac);
+  /// What inet_pton(3) takes. Never logs. Any thread.
+  static bool IsValidAddress(std::string address, bool ipv6);
+  /// Ones followed by zeros; 0.0.0.0 and 255.255.255.255 included. Never logs. Any thread.
+  static bool CheckIpv4SubnetMaskValidation(std::string netmask);
+  /// The range from the address after the gateway's to the subnet's broadcast address. False, with
+  /// both untouched, for bad texts and for a gateway that is its subnet's last address. Any thread.
+  static bool GetIpv4DhcpRange(std::string gateway, std::string netmask, std::string& start,
+                               std::string& end);
+  /// Whether the range lies in the gateway's subnet, above the gateway; logs if not. Any thread.
+  static bool CheckIpv4DhcpRangeValidation(std::string gateway, std::string netmask,
+                                           std::string start, std::string end);
+
+  /// The name of an IPv4 address, or empty (logged). Blocks for the resolver. Any thread. See
+  /// getnameinfo(3).
+  static std::string GetHostNameByIp(std::string ip);
+  /// The addresses of `host` in the resolver's order, logged at 7. kFailure, logged, with both
+  /// lists empty. Blocks for the resolver's time limit. Any thread. See getaddrinfo(3).
+  static hvn::Result ResolveHostName(std::string host, std::vector<std::string>& ipv4_list,
+                                     std::vector<std::string>& ipv6_list);
+
+ private:
+  NetworkMonitor* monitor_;
+};
+
+}  // namespace util
+}  // namespace hvn
+
+#endif  // HUTIL_UTIL_NETWORKMANAGER_H_
