@@ -1,0 +1,156 @@
+#ifndef HUTIL_UTIL_SOCKET_H_
+#define HUTIL_UTIL_SOCKET_H_
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "util/Export.h"
+#include "util/Result.h"
+
+namespace hvn {
+namespace util {
+
+class SocketAddress;
+
+/// A descriptor and the text, its path, that says where it lives.
+///
+///     Socket probe("", Socket::kUdp, Socket::kIpv4, Socket::SocketOption());
+///     probe.SendTo("192.168.1.255;5000", std::string("who is there"));
+///
+/// Paths: kIpv4 and kIpv6 take "IP", "PORT" or "IP;PORT" ("192.168.1.1", "8080", "::;53"); the name
+/// of an interface binds to that device. kUnix takes a file name, or an abstract name behind a NUL.
+/// kNetlink takes none. The port of a kIpv4 path is for Connect and SendTo only: binding an IPv4
+/// path always takes an ephemeral port.
+/// Every operation: owner, except that one thread may send while another receives. Failures log at
+/// priority 3 unless said otherwise. Ignore SIGPIPE in the process: sends do not suppress it.
+class HUTIL_EXPORT Socket {
+ public:
+  enum Protocol : unsigned char { kTcp = 1, kUdp = 2, kRaw = 3 };
+  enum Domain : unsigned char { kUnix = 0, kIpv4 = 1, kIpv6 = 2, kNetlink = 3 };
+
+  /// Buffer sizes in bytes; 0 or less keeps the kernel's default. See SO_SNDBUF in socket(7).
+  struct SocketOption {
+    int32_t send_buffer_size = 0;
+    int32_t recv_buffer_size = 0;
+  };
+
+  /// The kernel's figures for a TCP connection. See tcp(7).
+  struct TcpInfo {
+    uint8_t state, ca_state, retransmits, probes, backoff, options, snd_wscale, rcv_wscale;
+    uint32_t rto, ato, snd_mss, rcv_mss, unacked, sacked, lost, retrans, fackets;
+    uint32_t last_data_sent, last_ack_sent, last_data_recv, last_ack_recv;
+    uint32_t pmtu, rcv_ssthresh, rtt, rttvar, snd_ssthresh, snd_cwnd, advmss, reordering;
+    uint32_t rcv_rtt, rcv_space, total_retrans;
+  };
+
+  /// Works on `fd`, which stays the caller's: it is neither shut down nor closed here.
+  Socket(int fd, Protocol protocol, Domain domain);
+  /// Creates, tunes and binds a descriptor as Init says; fd() is -1 where that failed. An empty
+  /// `path` binds nothing.
+  Socket(std::string path, Protocol protocol, Domain domain, SocketOption option);
+  /// Removes the socket file of a kUnix path; shuts down (TCP) and closes an owned descriptor.
+  /// Closing a TCP connection resets it.
+  ~Socket();
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+
+  /// What the path constructor runs: socket(2), buffer sizes, SO_LINGER 0 for TCP, SO_REUSEADDR,
+  /// bind(2) or BindToDevice. A stale socket file is removed first. kFailure leaves no descriptor.
+  hvn::Result Init();
+  /// Splits `path` by the grammar above; port 0 where it names none. kFailure for a malformed path,
+  /// and silently for domains without the grammar. Logs the outcome at 7.
+  hvn::Result GetIpAndPortByPath(std::string path, std::string& ip, int& port);
+  /// Does nothing and returns kSuccess: binding is the constructor's.
+  hvn::Result Bind(std::string ip, unsigned short port);
+  /// Whether the IPv4 text `ip` starts with 224 to 239.
+  bool IsMulticast(std::string ip);
+  /// Lets a TCP socket accept; kSuccess for other protocols. A failure closes the descriptor and
+  /// logs at 7. See listen(2).
+  hvn::Result Listen(int backlog);
+  /// Sets or clears O_NONBLOCK; kFailure logs at 4 where fcntl(2) refuses the flags.
+  hvn::Result SetNonBlock(bool on);
+  /// Sets TCP_NODELAY; kFailure, silently, for other protocols. See tcp(7).
+  hvn::Result SetTCPNoDelay(bool on);
+  /// Sets SO_REUSEADDR. See socket(7).
+  hvn::Result SetReuseAddress();
+  /// Binds to the interface `ifname`; false where there is none of that name. See SO_BINDTODEVICE.
+  bool BindToDevice(std::string ifname);
+
+  /// Connects to `dest` within `timeout_us` microseconds (0 or less: no limit), or joins the group
+  /// where `dest` is IPv4 multicast (always kSuccess). kInvalidArgument where a kIpv6 `dest` is no
+  /// IPv6 literal; kFailure otherwise, with the reason at 7. With a limit the socket is blocking
+  /// again after the wait, and stays non-blocking after an immediate refusal. See connect(2).
+  hvn::Result Connect(std::string dest, int timeout_us);
+
+  /// Sends all of `size` bytes on `fd` and returns their count. While the kernel has no room, or
+  /// the peer is gone (EPIPE), tries again every 100 ms, ten times at most. Otherwise the count
+  /// sent so far or, where nothing went out, -errno; -1 for bad arguments. Each retry moves the
+  /// position back by one byte. See send(2).
+  ssize_t SendTo(int fd, const void* data, size_t size);
+  ssize_t SendTo(int fd, void* data, size_t size);
+  ssize_t SendTo(int fd, std::string data);
+  /// Sends to the address `path` and returns the bytes sent; tries again without a pause or a limit
+  /// while the kernel has no room. -1 for a bad path or argument. A kIpv6 socket sends to the
+  /// path's port of "::" whatever address the path names. See sendto(2).
+  ssize_t SendTo(std::string path, const void* data, size_t size);
+  ssize_t SendTo(std::string path, void* data, size_t size);
+  ssize_t SendTo(std::string path, std::string data);
+  /// SendTo on this socket's descriptor.
+  ssize_t Send(const void* data, size_t size);
+  ssize_t Send(void* data, size_t size);
+  ssize_t Send(std::string data);
+
+  /// Reads up to `size` bytes; bit 0 of `flags` peeks, the others are ignored. recv's result; 0 and
+  /// errors are logged. -1 without a descriptor or buffer. See recv(2).
+  ssize_t Recv(void* buf, size_t size, int flags);
+  /// Recv after waiting at most `timeout_us` microseconds: -ETIME when they ran out, -errno where
+  /// the wait failed, -1 without a descriptor that select(2) can hold.
+  ssize_t RecvTimedWait(void* buf, size_t size, uint64_t timeout_us, int flags);
+  /// Accepts a connection, close-on-exec, and describes the peer in `path`: "IP:PORT" for IPv4,
+  /// "IP;PORT" for IPv6, the peer's socket file for kUnix. The descriptor, now the caller's, or
+  /// accept4's failure; 0 for a netlink socket. See accept4(2).
+  int Accept(std::string& path);
+  /// Logs the connection's figures at 7; `info` is not written. False where there are none.
+  bool GetTcpInfo(TcpInfo& info);
+
+  int fd() const { return fd_; }
+  const std::string& path() const { return path_; }
+  Protocol protocol() const { return protocol_; }
+  Domain domain() const { return domain_; }
+  bool is_connected() const { return is_connected_; }
+
+ protected:
+  bool is_connected_ = false;
+  std::string path_;
+  Domain domain_;
+  SocketOption option_;
+  int fd_;
+  Protocol protocol_;
+  bool owns_fd_;
+  pthread_mutex_t socket_mutex_;  ///< Reserved; no operation takes it.
+
+ private:
+  hvn::Result OpenDescriptor();
+  void Tune(int fd);
+  hvn::Result BindToPath();
+  hvn::Result BindFailure();
+  bool BuildLocalAddress(SocketAddress& address, bool& use_device);
+  bool BuildIpAddress(SocketAddress& address, bool& use_device);
+  hvn::Result BuildPeerAddress(const std::string& dest, SocketAddress& address, bool& joined);
+  void JoinMulticast(const std::string& ip);
+  bool BuildDestination(const std::string& path, SocketAddress& address);
+  int AwaitConnection(int timeout_us, int result);
+  int ReadError();
+  void CloseDescriptor();
+
+  static int nl_pid_index;
+};
+
+}  // namespace util
+}  // namespace hvn
+
+#endif  // HUTIL_UTIL_SOCKET_H_

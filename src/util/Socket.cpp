@@ -1,0 +1,557 @@
+#include "util/Socket.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <net/if.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "util/Log.h"
+#include "util/NetworkManager.h"
+#include "util/Select.h"
+#include "util/SocketAddress.h"
+#include "util/SocketPath.h"
+#include "util/TcpStatistics.h"
+
+namespace hvn {
+namespace util {
+
+namespace {
+
+[[maybe_unused]] const std::string kTag = "util::Socket";
+
+constexpr char kInit[] = "hvn::Result hvn::util::Socket::Init()";
+constexpr char kConnect[] = "hvn::Result hvn::util::Socket::Connect(std::string, int)";
+
+// Every route multicast group from link to IPv6 interface information, except neighbours.
+constexpr uint32_t kNetlinkGroups = 0xFFB;
+constexpr uint32_t kNetlinkPortBase = 0xF0000000;
+constexpr int kMaxTryCount = 10;
+constexpr useconds_t kRetryPauseUs = 100000;
+constexpr int kPeekFlag = 1;
+
+int FamilyOf(Socket::Domain domain) {
+  switch (domain) {
+    case Socket::kUnix:
+      return AF_UNIX;
+    case Socket::kIpv4:
+      return AF_INET;
+    case Socket::kIpv6:
+      return AF_INET6;
+    case Socket::kNetlink:
+      return AF_NETLINK;
+  }
+  return -1;
+}
+
+bool WorthRetrying(int error) { return error == EAGAIN || error == EPIPE; }
+
+/// Asks for a size and reads back what the kernel made of it; getsockopt's result.
+int SetBufferSize(int fd, int option, int32_t& size) {
+  socklen_t length = sizeof(size);
+  setsockopt(fd, SOL_SOCKET, option, &size, length);
+  return getsockopt(fd, SOL_SOCKET, option, &size, &length);
+}
+
+}  // namespace
+
+int Socket::nl_pid_index = 0;
+
+Socket::Socket(int fd, Protocol protocol, Domain domain)
+    : domain_(domain), fd_(fd), protocol_(protocol), owns_fd_(false) {
+  pthread_mutex_init(&socket_mutex_, nullptr);
+}
+
+Socket::Socket(std::string path, Protocol protocol, Domain domain, SocketOption option)
+    : path_(std::move(path)),
+      domain_(domain),
+      option_(option),
+      fd_(-1),
+      protocol_(protocol),
+      owns_fd_(true) {
+  pthread_mutex_init(&socket_mutex_, nullptr);
+  Init();
+}
+
+Socket::~Socket() {
+  if (!path_.empty() && domain_ == kUnix) unlink(path_.c_str());
+  if (owns_fd_) CloseDescriptor();
+  pthread_mutex_destroy(&socket_mutex_);
+}
+
+void Socket::CloseDescriptor() {
+  if (fd_ < 0) return;
+  if (protocol_ == kTcp && shutdown(fd_, SHUT_RDWR) != 0) {
+    HUTIL_LOG(LOG_WARNING, "shutdown fd [%d] errno [%d]\n", fd_, errno);
+  }
+  if (close(fd_) == 0) {
+    HUTIL_LOG(LOG_INFO, "success to close socket [%s] fd %d\n", PrintablePath(path_), fd_);
+  } else {
+    HUTIL_LOG(LOG_ERR, "Cannot close socket errno [%d]", errno);
+  }
+}
+
+// ---- Set-up ----
+
+hvn::Result Socket::Init() {
+  if (OpenDescriptor() != hvn::kSuccess) return hvn::kFailure;
+  if (domain_ != kNetlink && path_.empty()) {
+    HUTIL_LOG(LOG_DEBUG, "%s %d: no path specified\n", kInit, __LINE__);
+    return hvn::kSuccess;
+  }
+  if (BindToPath() != hvn::kSuccess) {
+    close(fd_);
+    fd_ = -1;
+    return hvn::kFailure;
+  }
+  HUTIL_LOG(LOG_INFO, "%s %d: success to make socket fd [%d] path [%s]\n", kInit, __LINE__, fd_,
+            PrintablePath(path_));
+  return hvn::kSuccess;
+}
+
+hvn::Result Socket::OpenDescriptor() {
+  const int family = FamilyOf(domain_);
+  if (family < 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d : unknown mSocketDomain [%d]\n", "Init", __LINE__, domain_);
+    return hvn::kFailure;
+  }
+  if (protocol_ < kTcp || protocol_ > kRaw) {
+    HUTIL_LOG(LOG_ERR, "%s %d : unknown mSocketType [%d]\n", "Init", __LINE__, protocol_);
+    return hvn::kFailure;
+  }
+  const int fd = socket(family, protocol_, 0);
+  if (fd < 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d : socket failed, errno[%d]\n", "Init", __LINE__, errno);
+    return hvn::kFailure;
+  }
+  Tune(fd);
+  if (owns_fd_ && fd_ >= 0) close(fd_);  // set up anew: the earlier descriptor would leak
+  fd_ = fd;
+  return hvn::kSuccess;
+}
+
+void Socket::Tune(int fd) {
+  if (int32_t size = option_.send_buffer_size; size > 0) {
+    const int ret = SetBufferSize(fd, SO_SNDBUF, size);
+    HUTIL_LOG(LOG_DEBUG, "%s %d: ret [%d] fd [%d] SO_SNDBUF [%d]\n", kInit, __LINE__, ret, fd,
+              size);
+  }
+  if (int32_t size = option_.recv_buffer_size; size > 0) {
+    const int ret = SetBufferSize(fd, SO_RCVBUF, size);
+    HUTIL_LOG(LOG_DEBUG, "%s %d: ret [%d] fd [%d] SO_RCVBUF [%d]\n", kInit, __LINE__, ret, fd,
+              size);
+  }
+  if (protocol_ == kTcp) {
+    linger value = {1, 0};
+    socklen_t length = sizeof(value);
+    setsockopt(fd, SOL_SOCKET, SO_LINGER, &value, length);
+    const int ret = getsockopt(fd, SOL_SOCKET, SO_LINGER, &value, &length);
+    HUTIL_LOG(LOG_DEBUG, "%s %d: ret [%d] fd [%d] SO_LINGER [%d:%d]\n", kInit, __LINE__, ret, fd,
+              value.l_onoff, value.l_linger);
+  }
+}
+
+hvn::Result Socket::BindToPath() {
+  SocketAddress address;
+  bool use_device = false;
+  if (!BuildLocalAddress(address, use_device)) return hvn::kFailure;
+  SetReuseAddress();
+  if (use_device) return BindToDevice(path_) ? hvn::kSuccess : hvn::kFailure;
+  return bind(fd_, address.get(), address.length()) == 0 ? hvn::kSuccess : BindFailure();
+}
+
+hvn::Result Socket::BindFailure() {
+  HUTIL_LOG(LOG_ERR, "%s %d: bind errno [%d] path [%s]\n", kInit, __LINE__, errno, path_.c_str());
+  return hvn::kFailure;
+}
+
+bool Socket::BuildLocalAddress(SocketAddress& address, bool& use_device) {
+  switch (domain_) {
+    case kUnix:
+      if (!address.SetUnix(path_)) return BindFailure() == hvn::kSuccess;
+      if (!IsAbstract(path_)) unlink(path_.c_str());
+      return true;
+    case kIpv4:
+    case kIpv6:
+      return BuildIpAddress(address, use_device);
+    case kNetlink:
+      address.SetNetlink(static_cast<uint32_t>(getpid()) + kNetlinkPortBase +
+                             static_cast<uint32_t>(nl_pid_index++),
+                         kNetlinkGroups);
+      return true;
+  }
+  HUTIL_LOG(LOG_ERR, "%s %d: \n", kInit, __LINE__);
+  return false;
+}
+
+bool Socket::BuildIpAddress(SocketAddress& address, bool& use_device) {
+  HUTIL_LOG(LOG_DEBUG, "%s %d: path_ %s\n", kInit, __LINE__, path_.c_str());
+  std::string ip;
+  int port = 0;
+  if (GetIpAndPortByPath(path_, ip, port) != hvn::kSuccess) {
+    use_device = StartsWithLetter(path_);
+    return use_device;
+  }
+  if (domain_ == kIpv4) {
+    address.SetIpv4(ip.empty() ? "0.0.0.0" : ip, 0);  // the port of an IPv4 path is never bound
+    HUTIL_LOG(LOG_DEBUG, "%s %d: multicast_ip [%s] ip [%s] port [%d] s_addr 0x%x\n", kInit,
+              __LINE__, "", ip.c_str(), port, address.ipv4_word());
+    return true;
+  }
+  HUTIL_LOG(LOG_DEBUG, "%s %d: ip %s port %d\n", kInit, __LINE__, ip.c_str(), port);
+  if (address.SetIpv6(ip.empty() ? "::" : ip, port)) return true;
+  HUTIL_LOG(LOG_ERR, "%s %d: inet_pton error %s\n", kInit, __LINE__, ip.c_str());
+  return false;
+}
+
+hvn::Result Socket::GetIpAndPortByPath(std::string path, std::string& ip, int& port) {
+  return ParseSocketPath(domain_, path, ip, port);
+}
+
+hvn::Result Socket::Bind(std::string /*ip*/, unsigned short /*port*/) { return hvn::kSuccess; }
+
+bool Socket::IsMulticast(std::string ip) {
+  const long first = std::strtol(ip.c_str(), nullptr, 10);
+  return first >= 224 && first <= 239;
+}
+
+hvn::Result Socket::Listen(int backlog) {
+  if (fd_ < 0) return hvn::kFailure;
+  if (protocol_ != kTcp || listen(fd_, backlog) == 0) return hvn::kSuccess;
+  HUTIL_LOG(LOG_DEBUG, "%s %d: close socket fd [%d] errno [%d]\n",
+            "hvn::Result hvn::util::Socket::Listen(int)", __LINE__, fd_, errno);
+  close(fd_);
+  fd_ = -1;
+  return hvn::kFailure;
+}
+
+hvn::Result Socket::SetNonBlock(bool on) {
+  if (fd_ < 0) return hvn::kFailure;
+  int flags = fcntl(fd_, F_GETFL);
+  if (flags < 0) return hvn::kFailure;
+  flags = on ? flags | O_NONBLOCK : flags & ~O_NONBLOCK;
+  if (fcntl(fd_, F_SETFL, flags) >= 0) return hvn::kSuccess;
+  HUTIL_LOG(LOG_WARNING, "%s %d : fcntl [%d] F_SETFL flags [%d] cannot be executed\n",
+            "SetNonBlock", __LINE__, fd_, flags);
+  return hvn::kFailure;
+}
+
+hvn::Result Socket::SetTCPNoDelay(bool on) {
+  if (fd_ < 0 || protocol_ != kTcp) return hvn::kFailure;
+  const int value = on ? 1 : 0;
+  if (setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) == 0) return hvn::kSuccess;
+  HUTIL_LOG(LOG_ERR, "%s %d: setsockopt TCP_NODELAY errno [%d]\n",
+            "hvn::Result hvn::util::Socket::SetTCPNoDelay(bool)", __LINE__, errno);
+  return hvn::kFailure;
+}
+
+hvn::Result Socket::SetReuseAddress() {
+  if (fd_ < 0) return hvn::kFailure;
+  const int value = 1;
+  if (setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &value, sizeof(value)) == 0) return hvn::kSuccess;
+  HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", "hvn::Result hvn::util::Socket::SetReuseAddress()",
+            __LINE__, errno);
+  return hvn::kFailure;
+}
+
+bool Socket::BindToDevice(std::string ifname) {
+  constexpr char kFunction[] = "bool hvn::util::Socket::BindToDevice(std::string)";
+  if (fd_ < 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d: No fd\n", kFunction, __LINE__);
+    return false;
+  }
+  const std::vector<std::string> names = NetworkManager::GetIfNames();
+  if (names.empty()) {
+    HUTIL_LOG(LOG_ERR, "%s %d: No available interface", kFunction, __LINE__);
+    return false;
+  }
+  if (std::find(names.begin(), names.end(), ifname) == names.end()) {
+    HUTIL_LOG(LOG_ERR, "%s %d: There's no interface named %s\n", kFunction, __LINE__,
+              ifname.c_str());
+    return false;
+  }
+  ifreq ifr = {};
+  std::snprintf(ifr.ifr_name, sizeof(ifr.ifr_name), "%s", ifname.c_str());
+  if (ioctl(fd_, SIOCGIFINDEX, &ifr) != 0) {
+    HUTIL_LOG(LOG_WARNING, "%s %d: fd [%d] SIOCGIFINDEX errno [%d]\n", kFunction, __LINE__, fd_,
+              errno);
+  }
+  if (setsockopt(fd_, SOL_SOCKET, SO_BINDTODEVICE, &ifr, sizeof(ifr)) != 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d: Cannot bind socket %d to device %s\n", kFunction, __LINE__, fd_,
+              ifname.c_str());
+    return false;
+  }
+  HUTIL_LOG(LOG_DEBUG, "%s %d: Success to bind socket %d to interface %s\n", kFunction, __LINE__,
+            fd_, ifname.c_str());
+  return true;
+}
+
+// ---- Data path ----
+
+hvn::Result Socket::Connect(std::string dest, int timeout_us) {
+  if (fd_ < 0) return hvn::kFailure;
+  SocketAddress address;
+  bool joined = false;
+  const hvn::Result built = BuildPeerAddress(dest, address, joined);
+  if (built != hvn::kSuccess || joined) return built;
+  HUTIL_LOG(LOG_DEBUG, "%s %d: dest [%s]\n", kConnect, __LINE__, dest.c_str());
+  if (domain_ == kNetlink) return hvn::kFailure;
+  if (timeout_us > 0 && !FitsSelect(fd_)) {
+    HUTIL_LOG(LOG_ERR, "%s %d: select cannot wait for fd [%d]\n", kConnect, __LINE__, fd_);
+    return hvn::kFailure;
+  }
+  SetNonBlock(timeout_us > 0);
+  int ret = -1;
+  if (address.is_set()) {
+    ret = connect(fd_, address.get(), address.length());
+  } else {
+    errno = ENAMETOOLONG;
+  }
+  if (ret < 0 && errno != EINPROGRESS) {
+    HUTIL_LOG(LOG_DEBUG, "%s %d: con_ret %d errno %d\n", kConnect, __LINE__, ret, errno);
+    return hvn::kFailure;
+  }
+  if (timeout_us > 0) ret = AwaitConnection(timeout_us, ret);
+  HUTIL_LOG(LOG_DEBUG, "%s %d: con_ret %d sel_ret %d\n", kConnect, __LINE__, ret, 0);
+  if (ret < 0) return hvn::kFailure;
+  HUTIL_LOG(LOG_DEBUG, "%s %d: [%s] success to connect [%s] fd %d\n", kConnect, __LINE__,
+            path_.c_str(), dest.c_str(), fd_);
+  is_connected_ = true;
+  return hvn::kSuccess;
+}
+
+/// The address of `dest`; a group is joined instead. A Unix path that does not fit leaves it unset.
+hvn::Result Socket::BuildPeerAddress(const std::string& dest, SocketAddress& address,
+                                     bool& joined) {
+  std::string ip;
+  int port = 0;
+  if (IsIp(domain_) && GetIpAndPortByPath(dest, ip, port) != hvn::kSuccess) return hvn::kFailure;
+  joined = IsMulticast(ip);
+  if (joined) {
+    JoinMulticast(ip);
+  } else if (domain_ == kUnix) {
+    address.SetUnix(dest);
+  } else if (domain_ == kIpv4) {
+    address.SetIpv4(ip, port);
+  } else if (domain_ == kIpv6 && !address.SetIpv6(ip, port)) {
+    HUTIL_LOG(LOG_ERR, "%s %d: inet_pton error %s\n", kConnect, __LINE__, ip.c_str());
+    return hvn::kInvalidArgument;
+  }
+  return hvn::kSuccess;
+}
+
+void Socket::JoinMulticast(const std::string& ip) {
+  ip_mreq group = {};
+  group.imr_multiaddr.s_addr = inet_addr(ip.c_str());
+  group.imr_interface.s_addr = htonl(INADDR_ANY);
+  if (setsockopt(fd_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof(group)) != 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d: Cannot join multicast on [%s]\n", kConnect, __LINE__, ip.c_str());
+  } else {
+    HUTIL_LOG(LOG_INFO, "success to join multicast on [%s]\n", ip.c_str());
+  }
+}
+
+/// Waits for the outcome of a connect that returned `result`, and returns the outcome.
+int Socket::AwaitConnection(int timeout_us, int result) {
+  fd_set read_set;
+  FD_ZERO(&read_set);
+  FD_SET(fd_, &read_set);
+  fd_set write_set = read_set;
+  timeval span = ToTimeval(static_cast<uint64_t>(timeout_us));
+  HUTIL_LOG(LOG_DEBUG, "%s %d: timeout sec %ld usec %ld\n", kConnect, __LINE__,
+            static_cast<long>(span.tv_sec), static_cast<long>(span.tv_usec));
+  if (select(fd_ + 1, &read_set, &write_set, nullptr, &span) > 0) {
+    // Reading the error clears it, so a refusal that shows in both sets is seen in the first only.
+    const bool refused = FD_ISSET(fd_, &read_set) && ReadError() > 0;
+    const bool writable = FD_ISSET(fd_, &write_set) && ReadError() == 0;
+    if (refused) {
+      result = -1;
+    } else if (writable) {
+      result = 0;
+    }
+  }
+  SetNonBlock(false);
+  return result;
+}
+
+/// The pending error of the socket, 0 for none and -1 where it could not be read.
+int Socket::ReadError() {
+  int error = 0;
+  socklen_t length = sizeof(error);
+  const int ret = getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &length);
+  HUTIL_LOG(LOG_DEBUG, "%s %d: sock_ret %d so_error %d\n", kConnect, __LINE__, ret, error);
+  return ret == 0 ? error : -1;
+}
+
+ssize_t Socket::SendTo(int fd, const void* data, size_t size) {
+  constexpr char kFunction[] = "ssize_t hvn::util::Socket::SendTo(int, const void*, size_t)";
+  if (fd < 0 || size == 0 || data == nullptr) return -1;
+  ssize_t sent = 0;
+  ssize_t remaining = static_cast<ssize_t>(size);
+  for (int try_cnt = 0; remaining > 0;) {
+    errno = 0;
+    const ssize_t n =
+        send(fd, static_cast<const char*>(data) + sent, static_cast<size_t>(remaining), 0);
+    const int error = errno;
+    if (n <= 0) {
+      if (!WorthRetrying(error)) {
+        HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kFunction, __LINE__, error);
+        return sent > 0 ? sent : -error;
+      }
+      if (try_cnt >= kMaxTryCount) {
+        HUTIL_LOG(LOG_ERR, "%s %d: errno [%d] exceed max_try_cnt [%d]\n", kFunction, __LINE__,
+                  error, kMaxTryCount);
+        return sent > 0 ? sent : -error;
+      }
+      ++try_cnt;
+      HUTIL_LOG(LOG_DEBUG,
+                "%s %d: socket send errno [%d] try one more time try_cnt [%d] max_try_cnt [%d]\n",
+                kFunction, __LINE__, error, try_cnt, kMaxTryCount);
+      usleep(kRetryPauseUs);
+    }
+    // A retry counts its -1 too: each one moves back by a byte, as peers of this library expect.
+    sent += n;
+    remaining = std::max<ssize_t>(remaining - n, 0);
+  }
+  return sent;
+}
+
+ssize_t Socket::SendTo(std::string path, const void* data, size_t size) {
+  constexpr char kFunction[] =
+      "ssize_t hvn::util::Socket::SendTo(std::string, const void*, size_t)";
+  if (fd_ < 0 || size == 0 || data == nullptr) return -1;
+  SocketAddress address;
+  if (!BuildDestination(path, address)) return -1;
+  size_t sent = 0;
+  while (sent < size) {
+    errno = 0;
+    const ssize_t n = sendto(fd_, static_cast<const char*>(data) + sent, size - sent, 0,
+                             address.get(), address.length());
+    const int error = errno;
+    if (n > 0) {
+      sent += std::min(static_cast<size_t>(n), size - sent);
+    } else if (WorthRetrying(error)) {
+      HUTIL_LOG(LOG_ERR, "%s %d: errno [%d] send ret [%zd] try one more time\n", kFunction,
+                __LINE__, error, n);
+    } else {
+      HUTIL_LOG(LOG_ERR, "%s %d: errno [%d] cannot send data to [%s]\n", kFunction, __LINE__, error,
+                path.c_str());
+      break;
+    }
+  }
+  return static_cast<ssize_t>(sent);
+}
+
+bool Socket::BuildDestination(const std::string& path, SocketAddress& address) {
+  std::string ip;
+  int port = 0;
+  if (IsIp(domain_) && GetIpAndPortByPath(path, ip, port) != hvn::kSuccess) return false;
+  if (domain_ == kIpv4) address.SetIpv4(ip, port);
+  if (domain_ == kIpv6) return address.SetIpv6("::", port);  // the path's address is not used
+  if (domain_ != kUnix || address.SetUnix(path)) return true;
+  HUTIL_LOG(LOG_ERR, "%s %d: errno [%d] cannot send data to [%s]\n",
+            "ssize_t hvn::util::Socket::SendTo(std::string, const void*, size_t)", __LINE__, errno,
+            path.c_str());
+  return false;
+}
+
+ssize_t Socket::SendTo(int fd, void* data, size_t size) {
+  return SendTo(fd, static_cast<const void*>(data), size);
+}
+
+ssize_t Socket::SendTo(int fd, std::string data) { return SendTo(fd, data.data(), data.size()); }
+
+ssize_t Socket::SendTo(std::string path, void* data, size_t size) {
+  return SendTo(std::move(path), static_cast<const void*>(data), size);
+}
+
+ssize_t Socket::SendTo(std::string path, std::string data) {
+  return SendTo(std::move(path), data.data(), data.size());
+}
+
+ssize_t Socket::Send(const void* data, size_t size) { return SendTo(fd_, data, size); }
+
+ssize_t Socket::Send(void* data, size_t size) { return Send(static_cast<const void*>(data), size); }
+
+ssize_t Socket::Send(std::string data) { return Send(data.data(), data.size()); }
+
+ssize_t Socket::Recv(void* buf, size_t size, int flags) {
+  constexpr char kFunction[] = "ssize_t hvn::util::Socket::Recv(void*, size_t, int)";
+  if (fd_ < 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d: Invalid fd_ %d\n", kFunction, __LINE__, fd_);
+    return -1;
+  }
+  if (buf == nullptr) {
+    HUTIL_LOG(LOG_ERR, "%s %d: Receive buffer is null\n", kFunction, __LINE__);
+    return -1;
+  }
+  const ssize_t n = recv(fd_, buf, size, (flags & kPeekFlag) != 0 ? MSG_PEEK : 0);
+  if (n <= 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d: errno %d rs [%zd]\n", kFunction, __LINE__, errno, n);
+  }
+  return n;
+}
+
+ssize_t Socket::RecvTimedWait(void* buf, size_t size, uint64_t timeout_us, int flags) {
+  constexpr char kFunction[] =
+      "ssize_t hvn::util::Socket::RecvTimedWait(void*, size_t, uint64_t, int)";
+  if (fd_ < 0) return -1;
+  if (!FitsSelect(fd_)) {
+    HUTIL_LOG(LOG_ERR, "%s %d: select cannot wait for fd [%d]\n", kFunction, __LINE__, fd_);
+    return -1;
+  }
+  fd_set read_set;
+  FD_ZERO(&read_set);
+  FD_SET(fd_, &read_set);
+  timeval span = ToTimeval(timeout_us);
+  const int n = select(fd_ + 1, &read_set, nullptr, nullptr, &span);
+  if (n <= 0) {
+    const int error = errno;
+    HUTIL_LOG(LOG_ERR, "%s %d: res [%d] errno [%d]\n", kFunction, __LINE__, n, error);
+    return n == 0 ? -ETIME : -error;
+  }
+  return FD_ISSET(fd_, &read_set) ? Recv(buf, size, flags) : -1;
+}
+
+int Socket::Accept(std::string& path) {
+  path.clear();
+  if (!IsIp(domain_) && domain_ != kUnix) {
+    HUTIL_LOG(LOG_ERR, "%s %d: unknown socket domain [%d]\n",
+              "int hvn::util::Socket::Accept(std::string&)", __LINE__, domain_);
+    return 0;
+  }
+  SocketAddress peer;
+  peer.Expect(domain_);
+  const int client = accept4(fd_, peer.data(), peer.mutable_length(), SOCK_CLOEXEC);
+  if (client < 1) return client;
+  if (domain_ == kUnix) path = peer.UnixText();
+  if (domain_ == kIpv4) path = peer.Ipv4Text();
+  if (domain_ == kIpv6) {
+    path = peer.Ipv6Text();
+    if (path.empty()) {
+      HUTIL_LOG(LOG_ERR, "%s() : inet_ntop() failed, check errno[%d]\n", "Accept", errno);
+    }
+  }
+  return client;
+}
+
+bool Socket::GetTcpInfo(TcpInfo& /*info*/) {
+  constexpr char kFunction[] = "bool hvn::util::Socket::GetTcpInfo(hvn::util::Socket::TcpInfo&)";
+  if (fd_ < 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d: Socket is not inialized", kFunction, __LINE__);
+    return false;
+  }
+  return LogTcpStatistics(fd_, kFunction);
+}
+
+}  // namespace util
+}  // namespace hvn
