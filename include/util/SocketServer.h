@@ -1,0 +1,98 @@
+#ifndef HUTIL_UTIL_SOCKETSERVER_H_
+#define HUTIL_UTIL_SOCKETSERVER_H_
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "util/Export.h"
+#include "util/FdMonitor.h"
+#include "util/Socket.h"
+#include "util/SslWrapper.h"
+#include "util/Thread.h"
+
+namespace hvn {
+namespace util {
+
+/// A listening socket that serves its clients, or its datagrams, on an event loop of its own.
+///
+///     SocketServer* self = nullptr;
+///     SocketServer echo("::;7", Socket::kTcp, Socket::kIpv6,
+///                       [&](int, int client, std::string, void* data, size_t size) {
+///                         return self->SendTo(client, data, size) >= 0;
+///                       }, nullptr);
+///
+/// Both callbacks run on the loop's thread with no lock held, all clients after one another: they
+/// must not block it for long. No callback runs after the destructor has returned. A TLS handshake
+/// runs on that thread too.
+class HUTIL_EXPORT SocketServer : public Socket {
+ public:
+  /// Gets the server's descriptor, the client's (0 for a datagram), the peer's path ("IP:PORT" for
+  /// IPv4, "IP;PORT" for IPv6) and the bytes, which live for the call only. The result is ignored.
+  using DataCallback = std::function<bool(int, int, std::string, void*, size_t)>;
+  /// Gets the server's descriptor, the new client's and its path.
+  using NewClientCallback = std::function<void(int, int, std::string)>;
+
+  /// Binds `path`, listens and serves at once; a wrapper, not owned, outlives the server. With an
+  /// empty `cb`, or where the socket could not be made (fd() is -1), nothing is ever served. Owner.
+  SocketServer(std::string path, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
+               SslWrapper* ssl);
+  /// Ends the loop. Clients still connected are neither closed nor told. Not to be called from a
+  /// callback of this server. Owner.
+  ~SocketServer();
+
+  /// Sets what is called for each client accepted from now on; ignored unless TCP. Any thread.
+  void SetNewClientCb(NewClientCallback cb);
+
+  /// Sends to the client `fd`, through TLS where the server has it, as Socket::SendTo or
+  /// SslWrapper::Send does. -1, silently, for a descriptor that is no client's: another thread than
+  /// the loop's may meet that for a client that is just going. A UDP server sends on its own
+  /// descriptor only, which is connected to no one. Any thread.
+  ssize_t SendTo(int fd, void* data, size_t size);
+  ssize_t SendTo(int fd, std::string data);
+  /// Socket::SendTo: a datagram to the address `path`. Any thread.
+  ssize_t SendTo(std::string path, std::string data);
+
+  /// Enters a client; one already known keeps its path. Any thread.
+  void AddFd(int fd, std::string path);
+  /// Forgets a client without closing `fd`; logs at 7. Any thread.
+  void RemoveFd(int fd);
+  /// What the loop calls for the server's descriptor and each client's. Loop thread.
+  void FdCallback(int fd, FdType type);
+
+ private:
+  void ReleaseLoop();
+  bool BeginEvent();
+  void EndEvent();
+  bool FindClient(int fd, std::string* path);
+  void ReceiveFromClient(int fd);
+  bool ReadOnce(int fd, const std::string& path, char* buffer);
+  void DropClient(int fd);
+  void RemoveLocked(int fd);
+  void AcceptClient();
+  bool AdmitClient(int client);
+  bool SetHandshake(int fd);
+  void ReceiveOneDatagram();
+
+  uint32_t recv_buf_size_;
+  std::unique_ptr<FdMonitor> fd_monitor_;
+  Mutex mutex_;  ///< Guards what may change after construction.
+  std::map<int, std::string> clients_;
+  DataCallback data_cb_;
+  NewClientCallback new_client_cb_;
+  SslWrapper* ssl_;
+  Condition idle_;    ///< Signalled when the loop has finished an event.
+  int handshake_fd_;  ///< The client that the loop runs a handshake with, or -1.
+  bool busy_;         ///< The loop is inside an event.
+  bool stopping_;     ///< No further event is let in.
+};
+
+}  // namespace util
+}  // namespace hvn
+
+#endif  // HUTIL_UTIL_SOCKETSERVER_H_
