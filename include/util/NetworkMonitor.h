@@ -1,0 +1,60 @@
+#ifndef HUTIL_UTIL_NETWORKMONITOR_H_
+#define HUTIL_UTIL_NETWORKMONITOR_H_
+
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "util/EventDic.h"
+#include "util/Export.h"
+#include "util/FdMonitor.h"
+#include "util/Socket.h"
+#include "util/Thread.h"
+
+namespace hvn {
+namespace util {
+
+class NetworkManager;
+
+/// Hears the kernel's rtnetlink(7) notifications and passes each on, as an EventDic, to the
+/// callbacks that NetworkManager objects have set. Daemons subscribe through NetworkManager.
+///
+/// Callbacks run on the thread of FdMonitor 0 of the registry, in ascending order of the
+/// subscribers' addresses, under the monitor's lock. Failures log at priority 3.
+class HUTIL_EXPORT NetworkMonitor {
+ public:
+  /// The process's monitor, made at the first call and never destroyed. Any thread.
+  static NetworkMonitor* GetInstance();
+
+  /// Opens the netlink socket and registers it with the registry's first FdMonitor. Where either
+  /// fails (logged), nothing is ever called back. Owner.
+  NetworkMonitor();
+  ~NetworkMonitor();
+  NetworkMonitor(const NetworkMonitor&) = delete;
+  NetworkMonitor& operator=(const NetworkMonitor&) = delete;
+
+  /// Reads one datagram from `fd`, decodes its messages and calls back for each. A failed read (an
+  /// overrun of the receive buffer among them) is logged; later notifications still arrive. Loop
+  /// thread.
+  void FdCallback(int fd, FdType type);
+
+ private:
+  friend class NetworkManager;
+  using EventCallback = std::function<void(EventDic&)>;
+
+  void SetCallback(void* owner, EventCallback callback);
+  void RemoveCallback(void* owner);
+  void Dispatch(EventDic& event);
+
+  static NetworkMonitor* s_ins_;
+
+  std::map<void*, EventCallback> callbacks_;
+  Mutex mutex_;  ///< Guards callbacks_; held while they run.
+  std::unique_ptr<Socket> socket_;
+  FdMonitor* fd_monitor_;
+};
+
+}  // namespace util
+}  // namespace hvn
+
+#endif  // HUTIL_UTIL_NETWORKMONITOR_H_
