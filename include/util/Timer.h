@@ -1,0 +1,61 @@
+#ifndef HUTIL_UTIL_TIMER_H_
+#define HUTIL_UTIL_TIMER_H_
+
+#include <atomic>
+#include <functional>
+#include <string>
+
+#include "util/Export.h"
+#include "util/Result.h"
+#include "util/Thread.h"
+
+namespace hvn {
+namespace util {
+
+/// Runs one callback after a delay, once or again and again, on a thread of its own.
+///
+///     Timer heartbeat("heartbeat", [] { Beat(); });
+///     heartbeat.Start(30000000, true);
+///
+/// Arming does not wake the thread: call Start right after construction, since a timer that is idle
+/// already may notice it only at its end. The callback runs with the timer's lock held, so it must
+/// not call Start or Stop of its own timer, and it must not throw. A repeating timer's period runs
+/// from the end of one call to the next.
+class HUTIL_EXPORT Timer {
+ public:
+  /// Starts the thread; `name` is not kept. Owner.
+  Timer(std::string name, std::function<void()> callback);
+  /// Ends the thread. An armed timer calls back one last time first. Not to be called from the
+  /// callback. Owner.
+  ~Timer();
+  Timer(const Timer&) = delete;
+  Timer& operator=(const Timer&) = delete;
+
+  /// Arms the timer for `period_us` microseconds; changes nothing while it is armed. Always
+  /// kSuccess. Any thread but the timer's.
+  hvn::Result Start(long long period_us, bool repeat);
+  /// Disarms the timer; a wait under way still ends in one call. Always kSuccess. Any thread but
+  /// the timer's.
+  hvn::Result Stop();
+  /// The body of the timer's thread; not for users.
+  hvn::Result Loop();
+
+ private:
+  void Wake();
+  void WaitUntilArmed();
+  void RunArmed();
+
+  std::atomic<bool> running_;
+  std::atomic<bool> armed_;
+  std::atomic<bool> repeat_;
+  long long period_us_;
+  Thread thread_;
+  Mutex mutex_;
+  Condition condition_;
+  std::function<void()> callback_;
+};
+
+}  // namespace util
+}  // namespace hvn
+
+#endif  // HUTIL_UTIL_TIMER_H_

@@ -1,0 +1,78 @@
+#ifndef HUTIL_UTIL_TIMERSERVICE_H_
+#define HUTIL_UTIL_TIMERSERVICE_H_
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "util/Export.h"
+#include "util/Thread.h"
+
+namespace hvn {
+namespace util {
+
+/// The process's timer pool: up to 100 tasks, known by the numbers 0 to 99, on one worker thread.
+/// Daemons reach it through a TimerManager.
+///
+/// Tasks run one after another with no lock held, so a callback may add and remove tasks, its own
+/// included; a slow one delays the others. Callbacks must not throw.
+class HUTIL_EXPORT TimerService {
+ public:
+  /// Called as (task number, the pointer given to AddTask); true keeps the task, false ends it.
+  using Callback = std::function<bool(int, void*)>;
+
+  struct CbInfo {
+    int id;
+    int run_count;
+    long long interval_us;
+    long long last_run_us;  ///< On CLOCK_MONOTONIC.
+    Callback callback;
+    void* arg;
+    uint64_t serial;  ///< Unlike the number, never used again.
+    bool operator==(const CbInfo& other) const { return id == other.id; }
+  };
+
+  struct ThreadInfo {
+    std::unique_ptr<std::thread> thread;
+    bool running = true;
+    std::list<CbInfo> tasks;
+    Mutex mutex;
+    Condition condition;
+    bool grown = false;  ///< A task has come since the worker last looked.
+  };
+
+  /// The one service, made at the first call and never destroyed. Any thread.
+  static TimerService* GetInstance();
+  TimerService();
+  TimerService(const TimerService&) = delete;
+  TimerService& operator=(const TimerService&) = delete;
+
+  /// Runs `callback` every `interval_us` microseconds, first after one interval. The lowest free
+  /// task number; -1, with no log line, for an interval below 1, an empty callback and a 101st
+  /// task. `arg` stays the caller's. Any thread.
+  int AddTask(long long interval_us, Callback callback, void* arg);
+  /// Ends a task; false, with no log line, for a number not in use. From another thread than the
+  /// worker's, one last call may still be under way. Any thread.
+  bool RemoveTask(int id);
+  /// The body of the worker; not for users. Logs each pass's run time and next wait at 7.
+  void ThreadLoop(ThreadInfo* info);
+
+ private:
+  static long long CollectDue(ThreadInfo* info, std::list<CbInfo>& due);
+  void Retire(ThreadInfo* info, const CbInfo& retired);
+
+  static TimerService* s_ins_;
+
+  std::vector<ThreadInfo*> threads_;
+  std::vector<bool> ids_in_use_;
+  Mutex mutex_;  ///< Guards ids_in_use_; taken before a worker's mutex, never after.
+  uint64_t last_serial_;
+};
+
+}  // namespace util
+}  // namespace hvn
+
+#endif  // HUTIL_UTIL_TIMERSERVICE_H_

@@ -1,0 +1,154 @@
+#include "util/TimerService.h"
+
+#include <time.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <mutex>
+#include <utility>
+
+#include "util/Log.h"
+#include "util/StartThread.h"
+#include "util/TimerManager.h"
+
+namespace hvn {
+namespace util {
+
+namespace {
+
+constexpr size_t kMaxTasks = 100;
+constexpr long long kLongestWaitUs = 1000000000;
+constexpr char kThreadLoop[] =
+    "void hvn::util::TimerService::ThreadLoop(hvn::util::TimerService::ThreadInfo*)";
+
+long long MonotonicUs() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+}  // namespace
+
+TimerService* TimerService::s_ins_ = nullptr;
+
+TimerService* TimerService::GetInstance() {
+  static std::once_flag once;
+  std::call_once(once, [] { s_ins_ = new TimerService(); });
+  return s_ins_;
+}
+
+TimerService::TimerService() : ids_in_use_(kMaxTasks, false), last_serial_(0) {
+  auto info = std::make_unique<ThreadInfo>();
+  std::thread thread = StartThread(&TimerService::ThreadLoop, this, info.get());
+  if (!thread.joinable()) return;
+  info->thread = std::make_unique<std::thread>(std::move(thread));
+  threads_.push_back(info.release());
+}
+
+int TimerService::AddTask(long long interval_us, Callback callback, void* arg) {
+  if (interval_us < 1 || !callback || threads_.empty()) return -1;
+  CbInfo task = {};
+  {
+    std::lock_guard<Mutex> lock(mutex_);
+    const auto free = std::find(ids_in_use_.begin(), ids_in_use_.end(), false);
+    if (free == ids_in_use_.end()) return -1;
+    *free = true;
+    task.id = static_cast<int>(free - ids_in_use_.begin());
+    task.serial = ++last_serial_;
+  }
+  task.interval_us = interval_us;
+  task.last_run_us = MonotonicUs();
+  task.callback = std::move(callback);
+  task.arg = arg;
+  const int id = task.id;
+  ThreadInfo* const worker = threads_.front();
+  std::lock_guard<Mutex> lock(worker->mutex);
+  worker->tasks.push_back(std::move(task));
+  worker->grown = true;
+  worker->condition.Signal();
+  return id;
+}
+
+bool TimerService::RemoveTask(int id) {
+  std::list<CbInfo> removed;  // its callbacks are destroyed when the locks are free again
+  std::lock_guard<Mutex> lock(mutex_);
+  if (id < 0 || id >= static_cast<int>(kMaxTasks) || !ids_in_use_[static_cast<size_t>(id)]) {
+    return false;
+  }
+  for (ThreadInfo* worker : threads_) {
+    std::lock_guard<Mutex> worker_lock(worker->mutex);
+    for (auto task = worker->tasks.begin(); task != worker->tasks.end();) {
+      const auto next = std::next(task);
+      if (task->id == id) removed.splice(removed.end(), worker->tasks, task);
+      task = next;
+    }
+  }
+  ids_in_use_[static_cast<size_t>(id)] = false;
+  return true;
+}
+
+void TimerService::ThreadLoop(ThreadInfo* info) {
+  HUTIL_ANNOUNCE_THREAD(kThreadLoop);
+  while (info->running) {
+    std::list<CbInfo> due;
+    const long long min_time = CollectDue(info, due);
+    const long long start = MonotonicUs();
+    for (const CbInfo& task : due) {
+      if (task.callback && !task.callback(task.id, task.arg)) Retire(info, task);
+    }
+    HUTIL_LOG(LOG_DEBUG, "%s %d: execute time_us %jd\n", kThreadLoop, __LINE__,
+              static_cast<intmax_t>(MonotonicUs() - start));
+    HUTIL_LOG(LOG_DEBUG, "%s %d: min_time %jd\n", kThreadLoop, __LINE__,
+              static_cast<intmax_t>(min_time));
+    if (min_time < 1) continue;
+    std::lock_guard<Mutex> lock(info->mutex);
+    if (!info->grown) info->condition.WaitUntil(info->mutex, min_time);
+  }
+}
+
+/// Copies the tasks that are due and returns how long to wait for the next ones: a due task sets
+/// its own interval, which the tasks behind it in the list can only shorten.
+long long TimerService::CollectDue(ThreadInfo* info, std::list<CbInfo>& due) {
+  std::lock_guard<Mutex> lock(info->mutex);
+  if (info->tasks.empty()) info->condition.Wait(info->mutex);
+  info->grown = false;
+  const long long now = MonotonicUs();
+  long long min_time = kLongestWaitUs;
+  for (CbInfo& task : info->tasks) {
+    const long long elapsed = now - task.last_run_us;
+    if (elapsed < task.interval_us) {
+      min_time = std::min(min_time, task.interval_us - elapsed);
+      continue;
+    }
+    task.last_run_us = now;
+    ++task.run_count;
+    due.push_back(task);
+    min_time = task.interval_us;
+  }
+  return min_time;
+}
+
+/// Ends a task whose callback returned false, unless it was removed meanwhile: its number may be
+/// another task's by now.
+void TimerService::Retire(ThreadInfo* info, const CbInfo& retired) {
+  std::list<CbInfo> removed;
+  std::lock_guard<Mutex> lock(mutex_);
+  std::lock_guard<Mutex> worker_lock(info->mutex);
+  const auto task = std::find_if(
+      info->tasks.begin(), info->tasks.end(),
+      [&retired](const CbInfo& candidate) { return candidate.serial == retired.serial; });
+  if (task == info->tasks.end()) return;
+  removed.splice(removed.end(), info->tasks, task);
+  ids_in_use_[static_cast<size_t>(retired.id)] = false;
+}
+
+TimerManager::TimerManager() : service_(TimerService::GetInstance()) {}
+
+int TimerManager::AddTask(long long interval_us, TimerService::Callback callback, void* arg) {
+  return service_->AddTask(interval_us, std::move(callback), arg);
+}
+
+bool TimerManager::RemoveTask(int id) { return service_->RemoveTask(id); }
+
+}  // namespace util
+}  // namespace hvn
