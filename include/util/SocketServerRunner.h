@@ -1,0 +1,90 @@
+#ifndef HUTIL_UTIL_SOCKETSERVERRUNNER_H_
+#define HUTIL_UTIL_SOCKETSERVERRUNNER_H_
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "util/Export.h"
+#include "util/FdMonitor.h"
+#include "util/Socket.h"
+#include "util/Thread.h"
+
+namespace hvn {
+namespace util {
+
+/// Serves several sockets of the daemon's, listening ones and datagram ones, on one event loop.
+///
+///     SocketServerRunner runner(OnData);
+///     Socket control("/run/control.sock", Socket::kTcp, Socket::kUnix, Socket::SocketOption());
+///     control.Listen(5);
+///     runner.AddServer(&control);
+///
+/// The callback runs on the runner's thread with no lock held and gets what SocketServer's gets.
+/// Sockets stay the daemon's, which closes them when the runner is gone, and answers through them.
+/// A client whose path is empty (an unnamed Unix peer) is served as an event of its server's
+/// listening socket: give Unix clients a path of their own, or let them send datagrams.
+class HUTIL_EXPORT SocketServerRunner {
+ public:
+  using DataCallback = std::function<bool(int, int, std::string, void*, size_t)>;
+
+  /// A registered socket and the stream clients accepted from it.
+  struct ServerInfo {
+    Socket* server;
+    int fd;
+    std::map<int, std::string> clients;
+  };
+
+  /// Starts the loop. Owner.
+  explicit SocketServerRunner(DataCallback cb);
+  /// Ends the loop; closes nothing. Not to be called from the callback. Owner.
+  ~SocketServerRunner();
+  SocketServerRunner(const SocketServerRunner&) = delete;
+  SocketServerRunner& operator=(const SocketServerRunner&) = delete;
+
+  /// Serves `server`, bound and listening already, not owned. False with a log line (3) where the
+  /// socket or its descriptor is served already, silently for null. Any thread.
+  bool AddServer(Socket* server);
+  /// Stops serving the socket of that descriptor; its clients stay open, and each is closed at its
+  /// next event, with a log line (3). Always true. Any thread.
+  bool RemoveServer(int fd);
+  bool RemoveServer(Socket* server);
+
+  /// Enters or forgets one client of `server`; an unknown server is ignored. `fd` is not closed.
+  /// Any thread.
+  void AddFd(Socket* server, int fd, std::string path);
+  void RemoveFd(Socket* server, int fd);
+  /// What the loop calls for every descriptor. Loop thread.
+  void FdCallback(int fd, FdType type);
+
+  /// Placeholders: always -1, silently. Any thread.
+  ssize_t Send(int fd, void* data, size_t size);
+  ssize_t Send(int fd, std::string data);
+  ssize_t SendTo(int fd, std::string path, std::string data);
+
+ private:
+  Socket* FindServer(int fd, std::string* path);
+  bool RemoveMatching(const Socket* server, int fd);
+  void AcceptClient(Socket* server);
+  void ReceiveOneDatagram(Socket* server, int fd);
+  void ReceiveFromClient(Socket* server, int fd, const std::string& path);
+  FdMonitor::Callback LoopCallback();
+
+  uint32_t recv_buf_size_;
+  std::unique_ptr<FdMonitor> fd_monitor_;
+  Mutex aux_mutex_;  ///< Reserved; no operation takes it.
+  Mutex mutex_;      ///< Guards servers_.
+  std::list<ServerInfo> servers_;
+  DataCallback data_cb_;
+};
+
+}  // namespace util
+}  // namespace hvn
+
+#endif  // HUTIL_UTIL_SOCKETSERVERRUNNER_H_

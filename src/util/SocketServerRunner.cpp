@@ -1,0 +1,176 @@
+#include "util/SocketServerRunner.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <mutex>
+#include <utility>
+
+#include "util/Log.h"
+#include "util/ReceiveBuffer.h"
+#include "util/Select.h"
+#include "util/SocketAddress.h"
+
+namespace hvn {
+namespace util {
+
+namespace {
+
+constexpr char kFdCallback[] =
+    "void hvn::util::SocketServerRunner::FdCallback(int, hvn::util::FdType)";
+constexpr uint32_t kRecvBufSize = 32768;
+
+bool IsReadable(int fd) {
+  pollfd readable = {fd, POLLIN, 0};
+  return poll(&readable, 1, 0) == 1;
+}
+
+}  // namespace
+
+SocketServerRunner::SocketServerRunner(DataCallback cb)
+    : recv_buf_size_(kRecvBufSize),
+      fd_monitor_(std::make_unique<FdMonitor>()),
+      data_cb_(std::move(cb)) {}
+
+// The loop ends before anything that it uses goes.
+SocketServerRunner::~SocketServerRunner() { fd_monitor_.reset(); }
+
+FdMonitor::Callback SocketServerRunner::LoopCallback() {
+  return [this](int fd, FdType type) { FdCallback(fd, type); };
+}
+
+bool SocketServerRunner::AddServer(Socket* server) {
+  if (server == nullptr) return false;
+  const int fd = server->fd();
+  std::lock_guard<Mutex> lock(mutex_);
+  for (const ServerInfo& info : servers_) {
+    if (info.server != server && info.fd != fd) continue;
+    HUTIL_LOG(LOG_ERR, "%s %d: server [%p] fd [%d] is already in the list\n",
+              "bool hvn::util::SocketServerRunner::AddServer(hvn::util::Socket*)", __LINE__,
+              static_cast<void*>(server), fd);
+    return false;
+  }
+  servers_.push_back({server, fd, {}});
+  fd_monitor_->Add(fd, kRead, LoopCallback());
+  return true;
+}
+
+bool SocketServerRunner::RemoveServer(int fd) { return RemoveMatching(nullptr, fd); }
+
+bool SocketServerRunner::RemoveServer(Socket* server) {
+  return server == nullptr || RemoveMatching(server, server->fd());
+}
+
+bool SocketServerRunner::RemoveMatching(const Socket* server, int fd) {
+  std::lock_guard<Mutex> lock(mutex_);
+  servers_.remove_if([&](const ServerInfo& info) {
+    if (info.server != server && info.server->fd() != fd) return false;
+    fd_monitor_->Remove(fd, kRead);
+    return true;
+  });
+  return true;
+}
+
+void SocketServerRunner::AddFd(Socket* server, int fd, std::string path) {
+  std::lock_guard<Mutex> lock(mutex_);
+  for (ServerInfo& info : servers_) {
+    if (info.server != server || info.clients.count(fd) > 0) continue;
+    fd_monitor_->Add(fd, kRead, LoopCallback());
+    info.clients.emplace(fd, std::move(path));
+    return;
+  }
+}
+
+void SocketServerRunner::RemoveFd(Socket* server, int fd) {
+  std::lock_guard<Mutex> lock(mutex_);
+  for (ServerInfo& info : servers_) {
+    if (info.server != server || info.clients.erase(fd) == 0) continue;
+    fd_monitor_->Remove(fd, kRead);
+    return;
+  }
+}
+
+void SocketServerRunner::FdCallback(int fd, FdType /*type*/) {
+  std::string path;
+  Socket* const server = FindServer(fd, &path);
+  if (server == nullptr) {
+    HUTIL_LOG(LOG_ERR,
+              "%s %d: This is very weird situation close this fd and remove this fd from monitor",
+              kFdCallback, __LINE__);
+    RemoveServer(fd);
+    close(fd);
+  } else if (!path.empty()) {
+    ReceiveFromClient(server, fd, path);
+  } else if (server->protocol() == Socket::kTcp) {
+    AcceptClient(server);
+  } else if (server->protocol() == Socket::kUdp) {
+    ReceiveOneDatagram(server, fd);
+  }
+}
+
+/// The server that `fd` is, or that it is a client of, in which case its path is given too.
+Socket* SocketServerRunner::FindServer(int fd, std::string* path) {
+  std::lock_guard<Mutex> lock(mutex_);
+  for (const ServerInfo& info : servers_) {
+    if (info.fd == fd) return info.server;
+    const auto client = info.clients.find(fd);
+    if (client == info.clients.end()) continue;
+    *path = client->second;
+    return info.server;
+  }
+  return nullptr;
+}
+
+/// Does not wait: an unnamed client's data comes here too, with nobody to accept.
+void SocketServerRunner::AcceptClient(Socket* server) {
+  if (!IsReadable(server->fd())) return;
+  std::string path;
+  const int client = server->Accept(path);
+  HUTIL_LOG(LOG_DEBUG, "%s %d: server [%d:%s] accept client [%d:%s\n", kFdCallback, __LINE__,
+            server->fd(), server->path().c_str(), client, path.c_str());
+  if (client <= 0) return;
+  if (FitsSelect(client)) {
+    AddFd(server, client, std::move(path));
+    return;
+  }
+  HUTIL_LOG(LOG_ERR, "%s %d: select cannot wait for fd [%d]\n", kFdCallback, __LINE__, client);
+  shutdown(client, SHUT_RDWR);
+  close(client);
+}
+
+void SocketServerRunner::ReceiveOneDatagram(Socket* server, int fd) {
+  const ReceiveBuffer buffer = MakeReceiveBuffer(recv_buf_size_);
+  if (!buffer) return;
+  std::string path;
+  const ssize_t n = ReceiveDatagram(fd, server->domain(), buffer.get(), recv_buf_size_, path);
+  if (n < 1) {
+    HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", kFdCallback, __LINE__, fd, errno);
+    return;
+  }
+  if (data_cb_) data_cb_(server->fd(), 0, path, buffer.get(), static_cast<size_t>(n));
+}
+
+void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::string& path) {
+  const ReceiveBuffer buffer = MakeReceiveBuffer(recv_buf_size_);
+  if (!buffer) return;
+  const ssize_t n = recv(fd, buffer.get(), recv_buf_size_, 0);
+  if (n < 1) HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kFdCallback, __LINE__, errno);
+  if (n == 0) {
+    close(fd);
+    RemoveFd(server, fd);
+  }
+  if (data_cb_ && n > 0) data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
+}
+
+ssize_t SocketServerRunner::Send(int /*fd*/, void* /*data*/, size_t /*size*/) { return -1; }
+
+ssize_t SocketServerRunner::Send(int /*fd*/, std::string /*data*/) { return -1; }
+
+ssize_t SocketServerRunner::SendTo(int /*fd*/, std::string /*path*/, std::string /*data*/) {
+  return -1;
+}
+
+}  // namespace util
+}  // namespace hvn
