@@ -1,0 +1,41 @@
+#ifndef HUTIL_UTIL_PERSISTENTCONFIG_H_
+#define HUTIL_UTIL_PERSISTENTCONFIG_H_
+
+#include <string>
+
+#include "util/Export.h"
+#include "util/Result.h"
+#include "util/Thread.h"
+
+namespace hvn {
+namespace util {
+
+/// Small settings that survive a reboot: the text file /data/persistent_data.conf, one line
+/// "KEY=!=%=VALUE" per key.
+///
+///     PersistentConfig::SaveData("wan_mode", "2");
+///     std::string mode = PersistentConfig::LoadData("wan_mode");
+///
+/// Keys and values hold neither line feeds nor NULs. Lines of no known key are kept. The file is
+/// rewritten in place and synchronously; other processes are not locked out. A file above 1 MiB is
+/// neither read nor written. Both operations create the file where it is missing.
+class HUTIL_EXPORT PersistentConfig {
+ public:
+  /// Stores `value` on every line of `key`, or on a new one; the value is on the medium when this
+  /// returns. Writes nothing where a line of `key` holds it already. kFailure where the file cannot
+  /// be opened (logged, 3) or is too large (silent), and for a line feed or NUL (logged, 3). A
+  /// short write is only logged. Any thread.
+  static hvn::Result SaveData(std::string key, std::string value);
+  /// The value on the first line of `key`. Empty where there is none, where the file is too large
+  /// and where it cannot be opened (logged, 3). Any thread.
+  static std::string LoadData(std::string key);
+
+ private:
+  static const std::string kIndexer;
+  static Mutex mutex_;
+};
+
+}  // namespace util
+}  // namespace hvn
+
+#endif  // HUTIL_UTIL_PERSISTENTCONFIG_H_

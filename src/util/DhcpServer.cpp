@@ -1,0 +1,55 @@
+#include "util/DhcpServer.h"
+
+#include <fcntl.h>
+
+#include <utility>
+
+#include "util/Fields.h"
+#include "util/FileText.h"
+#include "util/Misc.h"
+#include "util/UniqueFd.h"
+
+namespace hvn {
+namespace util {
+
+namespace {
+
+constexpr char kLeaseFile[] = "/var/lib/misc/dnsmasq.leases";
+
+DhcpServer::LeaseInfo ParseLease(std::string_view line) {
+  DhcpServer::LeaseInfo lease;
+  std::string_view column;
+  if (!NextField(line, ' ', column)) return lease;
+  bool failed = false;
+  lease.expiry_time = Misc::StollWithException(std::string(column), failed);
+  for (std::string* text :
+       {&lease.mac_address, &lease.ip_address, &lease.host_name, &lease.client_id}) {
+    if (NextField(line, ' ', column)) *text = column;
+  }
+  return lease;
+}
+
+}  // namespace
+
+std::vector<DhcpServer::LeaseInfo> DhcpServer::GetAllLeaseInfo() {
+  // Non-blocking, so that a FIFO in the file's place cannot hold a daemon up.
+  const UniqueFd fd(open(kLeaseFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (fd.get() < 0) return {};
+  const off_t size = FileSize(fd.get());
+  if (size <= 0) return {};
+  const FileText text(fd.get(), static_cast<size_t>(size));
+  std::vector<LeaseInfo> leases;
+  std::string_view rest = text.view();
+  for (std::string_view line; NextField(rest, '\n', line);) leases.push_back(ParseLease(line));
+  return leases;
+}
+
+DhcpServer::LeaseInfo DhcpServer::GetLeaseInfo(std::string mac_address) {
+  for (LeaseInfo& lease : GetAllLeaseInfo()) {
+    if (lease.mac_address == mac_address) return std::move(lease);
+  }
+  return {};
+}
+
+}  // namespace util
+}  // namespace hvn

@@ -1,0 +1,90 @@
+#include "util/HttpRequest.h"
+
+#include <curl/curl.h>
+
+#include <limits>
+#include <utility>
+
+#include "util/Log.h"
+
+namespace hvn {
+namespace util {
+
+namespace {
+constexpr char kStart[] = "hvn::Result hvn::util::HttpRequest::Start(hvn::util::Buffer&)";
+}  // namespace
+
+HttpRequest::HttpRequest()
+    : curl_(curl_easy_init()), header_list_(nullptr), method_(kGet), out_(nullptr) {}
+
+HttpRequest::~HttpRequest() {
+  if (curl_ != nullptr) curl_easy_cleanup(curl_);
+}
+
+void HttpRequest::SetMethod(Method method, std::string body) {
+  method_ = method;
+  body_ = std::move(body);
+}
+
+hvn::Result HttpRequest::Start(Buffer& out) {
+  HUTIL_LOG(LOG_DEBUG, "%s %d: HttpRequest start \n", kStart, __LINE__);
+  out.Clear();
+  out_ = &out;
+  if (curl_ == nullptr || url_.empty() || method_ == kNone) return hvn::kFailure;
+  curl_easy_setopt(curl_, CURLOPT_USERAGENT, user_agent_.c_str());
+  curl_easy_setopt(curl_, CURLOPT_URL, url_.c_str());
+  SetBody();
+  SetHeaders();
+  curl_easy_setopt(curl_, CURLOPT_WRITEFUNCTION, &HttpRequest::CurlWritefunction);
+  curl_easy_setopt(curl_, CURLOPT_WRITEDATA, this);
+  curl_easy_setopt(curl_, CURLOPT_SSL_VERIFYPEER, 0L);
+  const CURLcode code = curl_easy_perform(curl_);
+  if (code != CURLE_OK) {
+    HUTIL_LOG(LOG_ERR, "%s %d: curl_easy_perform() failed: %s\n", kStart, __LINE__,
+              curl_easy_strerror(code));
+  }
+  FreeHeaders();
+  return hvn::kSuccess;
+}
+
+void HttpRequest::SetBody() {
+  if (method_ != kPost) {
+    HUTIL_LOG(LOG_DEBUG, "%s %d: method_ != POST \n", kStart, __LINE__);
+    curl_easy_setopt(curl_, CURLOPT_POST, 0L);
+    return;
+  }
+  // The handle keeps a pointer to the text, and without one it would read standard input.
+  sent_body_ = body_;
+  curl_easy_setopt(curl_, CURLOPT_POSTFIELDS, sent_body_.c_str());
+  curl_easy_setopt(curl_, CURLOPT_POST, 1L);
+}
+
+void HttpRequest::SetHeaders() {
+  for (const std::string& line : headers_) {
+    HUTIL_LOG(LOG_DEBUG, "%s %d: header [%s]\n", kStart, __LINE__, line.c_str());
+    curl_slist* const longer = curl_slist_append(header_list_, line.c_str());
+    if (longer != nullptr) header_list_ = longer;
+  }
+  if (header_list_ != nullptr) curl_easy_setopt(curl_, CURLOPT_HTTPHEADER, header_list_);
+}
+
+/// The handle must not go on referring to the freed list.
+void HttpRequest::FreeHeaders() {
+  curl_easy_setopt(curl_, CURLOPT_HTTPHEADER, nullptr);
+  curl_slist_free_all(header_list_);
+  header_list_ = nullptr;
+}
+
+size_t HttpRequest::WriteFuntion(void* data, size_t size) {
+  if (out_ == nullptr || size > std::numeric_limits<unsigned int>::max()) return 0;
+  const bool copied =
+      out_->Copy(static_cast<unsigned char*>(data), static_cast<unsigned int>(size));
+  return copied ? size : 0;
+}
+
+size_t HttpRequest::CurlWritefunction(void* data, size_t size, size_t nmemb, HttpRequest* self) {
+  return self == nullptr ? size * nmemb : self->WriteFuntion(data, size * nmemb);
+}
+
+}  // namespace util
+}  // namespace hvn

@@ -1,0 +1,54 @@
+#include "util/ProcessControl.h"
+
+#include <dirent.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "util/FilePtr.h"
+#include "util/Log.h"
+
+namespace hvn {
+namespace util {
+
+namespace {
+
+constexpr size_t kMaxCommLength = 15;
+
+struct DirectoryCloser {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+using DirectoryPtr = std::unique_ptr<DIR, DirectoryCloser>;
+
+/// Whether the process has that command name; false for one that is gone.
+bool IsNamed(int pid, const std::string& name) {
+  const FilePtr file(std::fopen(("/proc/" + std::to_string(pid) + "/comm").c_str(), "r"));
+  if (!file) return false;
+  char text[256] = {};
+  if (std::fgets(text, sizeof(text), file.get()) == nullptr) return name.empty();
+  const size_t length = std::strlen(text);
+  if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
+  return std::strcmp(text, name.c_str()) == 0;
+}
+
+}  // namespace
+
+pid_t ProcessControl::GetPidByProcessName(std::string name, int lowest_pid) {
+  const DirectoryPtr directory(opendir("/proc"));
+  if (!directory) return -1;
+  if (name.size() > kMaxCommLength) {
+    HUTIL_LOG(LOG_WARNING, "%s %d: max /proc/self/comm is 15 resize this data as 15",
+              "static pid_t hvn::util::ProcessControl::GetPidByProcessName(std::string, int)",
+              __LINE__);
+    name.resize(kMaxCommLength);
+  }
+  while (const dirent* entry = readdir(directory.get())) {
+    const int pid = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
+    if (pid >= lowest_pid && IsNamed(pid, name)) return pid;
+  }
+  return -1;
+}
+
+}  // namespace util
+}  // namespace hvn
