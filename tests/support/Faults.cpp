@@ -1,0 +1,169 @@
+#include "support/Faults.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <netdb.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <deque>
+#include <mutex>
+#include <type_traits>
+
+namespace hutil_test {
+namespace {
+
+struct Plan {
+  long result;
+  int error, times, skip, fd;
+};
+
+// Calls are counted without the lock: it would order the threads of the code under test and hide
+// their races.
+struct Slot {
+  std::atomic<int> calls;
+  std::atomic<bool> armed;
+  std::deque<Plan> plans;
+};
+
+std::mutex s_mutex;
+// Never destroyed: threads may call while the process exits.
+auto* const s_slots = new Slot[static_cast<std::size_t>(Call::kCount)]();
+auto& s_sleeps = *new std::vector<unsigned>;
+
+Slot& SlotOf(Call call) { return s_slots[static_cast<std::size_t>(call)]; }
+
+// Whether the call gives `result` instead of being made; a short count only cuts `length`.
+bool Faked(Call call, int fd, std::size_t* length, long& result) {
+  if (s_slots == nullptr) return false;  // a constructor of another library, before ours
+  Slot& slot = SlotOf(call);
+  slot.calls.fetch_add(1, std::memory_order_relaxed);
+  if (!slot.armed.load(std::memory_order_relaxed)) return false;
+  const std::lock_guard<std::mutex> guard(s_mutex);
+  if (slot.plans.empty()) return false;
+  Plan& plan = slot.plans.front();
+  if (plan.fd != kAnyFd && plan.fd != fd) return false;
+  if (plan.skip > 0) {
+    --plan.skip;
+    return false;
+  }
+  const bool shortened = length != nullptr && plan.result > 0;
+  if (shortened) *length = std::min(*length, static_cast<std::size_t>(plan.result));
+  result = plan.result;
+  if (!shortened) errno = plan.error;
+  if (plan.times != kAlways && --plan.times == 0) slot.plans.pop_front();
+  slot.armed = !slot.plans.empty();
+  return !shortened;
+}
+
+int Note(unsigned span) {
+  const std::lock_guard<std::mutex> guard(s_mutex);
+  s_sleeps.push_back(span);
+  return kAnyFd;
+}
+
+}  // namespace
+
+void FailWithResult(Call call, long result, int error, int times, int skip, int fd) {
+  const std::lock_guard<std::mutex> guard(s_mutex);
+  SlotOf(call).plans.push_back({result, error, times, skip, fd});
+  SlotOf(call).armed = true;
+}
+
+void ResetFaults(Call call) {
+  const std::lock_guard<std::mutex> guard(s_mutex);
+  SlotOf(call).plans.clear();
+  SlotOf(call).armed = false;
+  SlotOf(call).calls = 0;
+  if (call == Call::kUsleep) s_sleeps.clear();
+}
+
+void ResetFaults() {
+  for (int call = 0; call < static_cast<int>(Call::kCount); ++call) {
+    ResetFaults(static_cast<Call>(call));
+  }
+}
+
+int CallCount(Call call) { return SlotOf(call).calls; }
+
+std::vector<unsigned> Sleeps() {
+  const std::lock_guard<std::mutex> guard(s_mutex);
+  return s_sleeps;
+}
+
+}  // namespace hutil_test
+
+using namespace hutil_test;
+
+// On 32-bit targets glibc's headers rename the calls whose types were widened. The definitions
+// below get the new name from there; only the look-up of the real one has to spell it.
+#if __WORDSIZE == 32 && defined(__USE_FILE_OFFSET64)
+#define FILE64(name) #name "64"
+#else
+#define FILE64(name) #name
+#endif
+#if __WORDSIZE == 32 && defined(__USE_TIME_BITS64)
+#define TIME64(name, wide) wide
+#else
+#define TIME64(name, wide) name
+#endif
+
+#define INTERPOSE(call, symbol, Type, name, parameters, fd, length, arguments)              \
+  extern "C" Type name parameters {                                                         \
+    static const auto real = reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, symbol)); \
+    long result = 0;                                                                        \
+    if (!Faked(Call::call, fd, length, result)) return real arguments;                      \
+    return (Type)(std::is_pointer_v<Type> ? 0 : result);                                    \
+  }
+
+// The last argument of these is optional; passing on what stands in its place does no harm.
+#define INTERPOSE_VARIADIC(call, symbol, name, parameters, last, fd, arguments)             \
+  extern "C" int name parameters {                                                          \
+    static const auto real = reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, symbol)); \
+    va_list list;                                                                           \
+    va_start(list, last);                                                                   \
+    void* const rest = va_arg(list, void*);                                                 \
+    va_end(list);                                                                           \
+    long result = 0;                                                                        \
+    if (!Faked(Call::call, fd, nullptr, result)) return real arguments;                     \
+    return static_cast<int>(result);                                                        \
+  }
+
+// clang-format off
+INTERPOSE(kSend, "send", ssize_t, send, (int fd, const void* data, size_t size, int flags), fd, &size, (fd, data, size, flags))
+INTERPOSE(kSendTo, "sendto", ssize_t, sendto, (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t to_size), fd, &size, (fd, data, size, flags, to, to_size))
+INTERPOSE(kRecv, "recv", ssize_t, recv, (int fd, void* data, size_t size, int flags), fd, &size, (fd, data, size, flags))
+INTERPOSE(kRecvFrom, "recvfrom", ssize_t, recvfrom, (int fd, void* data, size_t size, int flags, sockaddr* from, socklen_t* from_size), fd, &size, (fd, data, size, flags, from, from_size))
+INTERPOSE(kSelect, TIME64("select", "__select64"), int, select, (int count, fd_set* in, fd_set* out, fd_set* except, timeval* span), kAnyFd, nullptr, (count, in, out, except, span))
+INTERPOSE(kSocket, "socket", int, socket, (int domain, int type, int protocol), kAnyFd, nullptr, (domain, type, protocol))
+INTERPOSE(kBind, "bind", int, bind, (int fd, const sockaddr* to, socklen_t size), fd, nullptr, (fd, to, size))
+INTERPOSE(kListen, "listen", int, listen, (int fd, int backlog), fd, nullptr, (fd, backlog))
+INTERPOSE(kAccept4, "accept4", int, accept4, (int fd, sockaddr* from, socklen_t* size, int flags), fd, nullptr, (fd, from, size, flags))
+INTERPOSE(kConnect, "connect", int, connect, (int fd, const sockaddr* to, socklen_t size), fd, nullptr, (fd, to, size))
+INTERPOSE(kSetSockOpt, TIME64("setsockopt", "__setsockopt64"), int, setsockopt, (int fd, int level, int name, const void* value, socklen_t size), fd, nullptr, (fd, level, name, value, size))
+INTERPOSE(kGetSockOpt, TIME64("getsockopt", "__getsockopt64"), int, getsockopt, (int fd, int level, int name, void* value, socklen_t* size), fd, nullptr, (fd, level, name, value, size))
+INTERPOSE_VARIADIC(kIoctl, TIME64("ioctl", "__ioctl_time64"), ioctl, (int fd, unsigned long request, ...), request, fd, (fd, request, rest))
+INTERPOSE_VARIADIC(kFcntl, TIME64(FILE64(fcntl), "__fcntl_time64"), fcntl, (int fd, int command, ...), command, fd, (fd, command, rest))
+INTERPOSE(kEventFd, "eventfd", int, eventfd, (unsigned value, int flags), kAnyFd, nullptr, (value, flags))
+INTERPOSE(kUsleep, "usleep", int, usleep, (useconds_t span), Note(span), nullptr, (span))
+INTERPOSE(kGetIfAddrs, "getifaddrs", int, getifaddrs, (ifaddrs** list), kAnyFd, nullptr, (list))
+INTERPOSE(kInetNtop, "inet_ntop", const char*, inet_ntop, (int family, const void* address, char* text, socklen_t size), kAnyFd, nullptr, (family, address, text, size))
+INTERPOSE(kGetAddrInfo, "getaddrinfo", int, getaddrinfo, (const char* host, const char* service, const addrinfo* hints, addrinfo** list), kAnyFd, nullptr, (host, service, hints, list))
+INTERPOSE_VARIADIC(kOpen, FILE64(open), open, (const char* path, int flags, ...), flags, kAnyFd, (path, flags, rest))
+INTERPOSE(kRead, "read", ssize_t, read, (int fd, void* data, size_t size), fd, &size, (fd, data, size))
+INTERPOSE(kWrite, "write", ssize_t, write, (int fd, const void* data, size_t size), fd, &size, (fd, data, size))
+INTERPOSE(kLseek, FILE64(lseek), off_t, lseek, (int fd, off_t offset, int whence), fd, nullptr, (fd, offset, whence))
+INTERPOSE(kFtruncate, FILE64(ftruncate), int, ftruncate, (int fd, off_t size), fd, nullptr, (fd, size))
+INTERPOSE(kOpenDir, "opendir", DIR*, opendir, (const char* path), kAnyFd, nullptr, (path))
+INTERPOSE(kFopen, FILE64(fopen), FILE*, fopen, (const char* path, const char* mode), kAnyFd, nullptr, (path, mode))
+// clang-format on

@@ -1,0 +1,29 @@
+// What the library reports, captured in place of the system log and of the shell.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <string>
+#include <vector>
+
+namespace hutil_test {
+
+struct LogLine {
+  int priority;
+  std::string format;
+  std::string text;  // rendered; behind "%s %d: " and "%s %d : " the source line reads '#'
+  int line;          // that source line, or 0
+};
+
+std::vector<LogLine> Logs();
+std::vector<std::string> SystemLines();
+void ClearLogs();  // both of them
+
+// Was this line logged? A failure shows all that were:
+//   EXPECT_TRUE(Logged(LOG_ERR, "%s %d: bad\n", "void hvn::util::Thing::Run() #: bad\n"));
+testing::AssertionResult Logged(int priority, const std::string& format, const std::string& text);
+int CountLogged(const std::string& format);
+bool WaitForLog(const std::string& format, int milliseconds);
+
+}  // namespace hutil_test
