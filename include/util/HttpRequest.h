@@ -52,17 +52,17 @@ class HUTIL_EXPORT HttpRequest {
   void FreeHeaders();
 
   void* curl_;
-  curl_slist* header_list_;
+  curl_slist* header_list_ = nullptr;
   std::string body_;
   std::string sent_body_;  ///< What the handle's post fields refer to between requests.
-  Method method_;
+  Method method_ = kGet;
 
  public:
   std::string user_agent_;  ///< Sent with each request; empty sends none.
   std::string url_;         ///< What Start fetches.
 
  private:
-  Buffer* out_;
+  Buffer* out_ = nullptr;
 
  public:
   std::list<std::string> headers_;  ///< Extra lines, such as "Content-Type: application/json".

@@ -51,7 +51,7 @@ class HUTIL_EXPORT NetworkMonitor {
   std::map<void*, EventCallback> callbacks_;
   Mutex mutex_;  ///< Guards callbacks_; held while they run.
   std::unique_ptr<Socket> socket_;
-  FdMonitor* fd_monitor_;
+  FdMonitor* fd_monitor_ = nullptr;
 };
 
 }  // namespace util

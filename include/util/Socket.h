@@ -135,7 +135,6 @@ class HUTIL_EXPORT Socket {
 
  private:
   hvn::Result OpenDescriptor();
-  void Tune(int fd);
   hvn::Result BindToPath();
   hvn::Result BindFailure();
   bool BuildLocalAddress(SocketAddress& address, bool& use_device);

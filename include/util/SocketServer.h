@@ -86,10 +86,10 @@ class HUTIL_EXPORT SocketServer : public Socket {
   DataCallback data_cb_;
   NewClientCallback new_client_cb_;
   SslWrapper* ssl_;
-  Condition idle_;    ///< Signalled when the loop has finished an event.
-  int handshake_fd_;  ///< The client that the loop runs a handshake with, or -1.
-  bool busy_;         ///< The loop is inside an event.
-  bool stopping_;     ///< No further event is let in.
+  Condition idle_;         ///< Signalled when the loop has finished an event.
+  int handshake_fd_ = -1;  ///< The client that the loop runs a handshake with, or -1.
+  bool busy_ = false;      ///< The loop is inside an event.
+  bool stopping_ = false;  ///< No further event is let in.
 };
 
 }  // namespace util

@@ -48,7 +48,7 @@ class HUTIL_EXPORT Timer {
   std::atomic<bool> running_;
   std::atomic<bool> armed_;
   std::atomic<bool> repeat_;
-  long long period_us_;
+  long long period_us_ = 0;
   Thread thread_;
   Mutex mutex_;
   Condition condition_;

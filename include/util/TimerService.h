@@ -69,7 +69,7 @@ class HUTIL_EXPORT TimerService {
   std::vector<ThreadInfo*> threads_;
   std::vector<bool> ids_in_use_;
   Mutex mutex_;  ///< Guards ids_in_use_; taken before a worker's mutex, never after.
-  uint64_t last_serial_;
+  uint64_t last_serial_ = 0;
 };
 
 }  // namespace util

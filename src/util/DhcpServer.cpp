@@ -45,8 +45,8 @@ std::vector<DhcpServer::LeaseInfo> DhcpServer::GetAllLeaseInfo() {
 }
 
 DhcpServer::LeaseInfo DhcpServer::GetLeaseInfo(std::string mac_address) {
-  for (LeaseInfo& lease : GetAllLeaseInfo()) {
-    if (lease.mac_address == mac_address) return std::move(lease);
+  for (const LeaseInfo& lease : GetAllLeaseInfo()) {
+    if (lease.mac_address == mac_address) return lease;
   }
   return {};
 }

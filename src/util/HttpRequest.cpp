@@ -14,8 +14,7 @@ namespace {
 constexpr char kStart[] = "hvn::Result hvn::util::HttpRequest::Start(hvn::util::Buffer&)";
 }  // namespace
 
-HttpRequest::HttpRequest()
-    : curl_(curl_easy_init()), header_list_(nullptr), method_(kGet), out_(nullptr) {}
+HttpRequest::HttpRequest() : curl_(curl_easy_init()) {}
 
 HttpRequest::~HttpRequest() {
   if (curl_ != nullptr) curl_easy_cleanup(curl_);

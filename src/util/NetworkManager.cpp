@@ -88,7 +88,8 @@ std::string GroupHexDigits(const std::string& digits) {
 std::string GlobalAddressOf(const std::string& line, const std::string& ifname) {
   if (line.empty() || line[0] != '2') return {};
   const size_t last_space = line.rfind(' ');
-  if (last_space == std::string::npos || line.compare(last_space + 1, line.npos, ifname) != 0) {
+  if (last_space == std::string::npos ||
+      line.compare(last_space + 1, std::string::npos, ifname) != 0) {
     return {};
   }
   const std::string digits = line.substr(0, line.find(' '));

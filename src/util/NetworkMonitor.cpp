@@ -74,7 +74,7 @@ void AddAttribute(EventDic& event, int type, const ByteView& data) {
       break;
     case IFLA_OPERSTATE: {
       // Daemons ask the interface itself for its state: the event only says that it may be new.
-      const uint8_t state = data.Read<uint8_t>(0);
+      const auto state = data.Read<uint8_t>(0);
       if (state == kOperDown || state == kOperDormant || state == kOperUp) {
         event.AddParam(EventDic::kNetState, "NetStateDown");
       }
@@ -87,7 +87,7 @@ void AddAttribute(EventDic& event, int type, const ByteView& data) {
 
 void AddAttributes(EventDic& event, ByteView left) {
   while (left.size() >= sizeof(rtattr)) {
-    const uint16_t length = left.Read<uint16_t>(0);
+    const auto length = left.Read<uint16_t>(0);
     if (length < sizeof(rtattr) || length > left.size()) return;
     const ByteView data = left.Sub(sizeof(rtattr), length - sizeof(rtattr));
     AddAttribute(event, left.Read<uint16_t>(2), data);
@@ -107,7 +107,7 @@ void AddMissingName(EventDic& event, int32_t index) {
 EventDic Decode(const ByteView& message) {
   EventDic event;
   event.type_ = EventTypeOf(message.Read<uint16_t>(offsetof(nlmsghdr, nlmsg_type)));
-  const uint8_t family = message.Read<uint8_t>(kFamilyOffset);
+  const auto family = message.Read<uint8_t>(kFamilyOffset);
   if (family == AF_INET) event.AddParam(EventDic::kIpVersion, "4");
   if (family == AF_INET6) event.AddParam(EventDic::kIpVersion, "6");
   AddAttributes(event, message.Sub(kAttributesOffset));
@@ -126,8 +126,8 @@ NetworkMonitor* NetworkMonitor::GetInstance() {
 }
 
 NetworkMonitor::NetworkMonitor()
-    : socket_(std::make_unique<Socket>("", Socket::kRaw, Socket::kNetlink, Socket::SocketOption())),
-      fd_monitor_(nullptr) {
+    : socket_(
+          std::make_unique<Socket>("", Socket::kRaw, Socket::kNetlink, Socket::SocketOption())) {
   constexpr char kFunction[] = "hvn::util::NetworkMonitor::NetworkMonitor()";
   if (socket_->fd() < 0) {
     HUTIL_LOG(LOG_ERR, "%s %d: Cannot create NETLINK socket\n", kFunction, __LINE__);

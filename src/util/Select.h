@@ -16,7 +16,7 @@ inline bool FitsSelect(int fd) { return fd >= 0 && fd < FD_SETSIZE; }
 
 /// `us` microseconds as select(2) wants them; spans that time_t cannot hold are cut to its largest.
 inline timeval ToTimeval(uint64_t us) {
-  constexpr uint64_t kMaxSeconds =
+  constexpr auto kMaxSeconds =
       static_cast<uint64_t>(std::numeric_limits<decltype(timeval::tv_sec)>::max());
   timeval span;
   span.tv_sec = static_cast<decltype(span.tv_sec)>(std::min(us / 1000000, kMaxSeconds));

@@ -2,24 +2,21 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <net/if.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <utility>
 
 #include "util/Log.h"
-#include "util/NetworkManager.h"
 #include "util/Select.h"
 #include "util/SocketAddress.h"
+#include "util/SocketOptions.h"
 #include "util/SocketPath.h"
+#include "util/SocketSend.h"
 #include "util/TcpStatistics.h"
 
 namespace hvn {
@@ -35,8 +32,6 @@ constexpr char kConnect[] = "hvn::Result hvn::util::Socket::Connect(std::string,
 // Every route multicast group from link to IPv6 interface information, except neighbours.
 constexpr uint32_t kNetlinkGroups = 0xFFB;
 constexpr uint32_t kNetlinkPortBase = 0xF0000000;
-constexpr int kMaxTryCount = 10;
-constexpr useconds_t kRetryPauseUs = 100000;
 constexpr int kPeekFlag = 1;
 
 int FamilyOf(Socket::Domain domain) {
@@ -51,15 +46,6 @@ int FamilyOf(Socket::Domain domain) {
       return AF_NETLINK;
   }
   return -1;
-}
-
-bool WorthRetrying(int error) { return error == EAGAIN || error == EPIPE; }
-
-/// Asks for a size and reads back what the kernel made of it; getsockopt's result.
-int SetBufferSize(int fd, int option, int32_t& size) {
-  socklen_t length = sizeof(size);
-  setsockopt(fd, SOL_SOCKET, option, &size, length);
-  return getsockopt(fd, SOL_SOCKET, option, &size, &length);
 }
 
 }  // namespace
@@ -133,31 +119,10 @@ hvn::Result Socket::OpenDescriptor() {
     HUTIL_LOG(LOG_ERR, "%s %d : socket failed, errno[%d]\n", "Init", __LINE__, errno);
     return hvn::kFailure;
   }
-  Tune(fd);
+  TuneSocket(fd, option_, protocol_ == kTcp);
   if (owns_fd_ && fd_ >= 0) close(fd_);  // set up anew: the earlier descriptor would leak
   fd_ = fd;
   return hvn::kSuccess;
-}
-
-void Socket::Tune(int fd) {
-  if (int32_t size = option_.send_buffer_size; size > 0) {
-    const int ret = SetBufferSize(fd, SO_SNDBUF, size);
-    HUTIL_LOG(LOG_DEBUG, "%s %d: ret [%d] fd [%d] SO_SNDBUF [%d]\n", kInit, __LINE__, ret, fd,
-              size);
-  }
-  if (int32_t size = option_.recv_buffer_size; size > 0) {
-    const int ret = SetBufferSize(fd, SO_RCVBUF, size);
-    HUTIL_LOG(LOG_DEBUG, "%s %d: ret [%d] fd [%d] SO_RCVBUF [%d]\n", kInit, __LINE__, ret, fd,
-              size);
-  }
-  if (protocol_ == kTcp) {
-    linger value = {1, 0};
-    socklen_t length = sizeof(value);
-    setsockopt(fd, SOL_SOCKET, SO_LINGER, &value, length);
-    const int ret = getsockopt(fd, SOL_SOCKET, SO_LINGER, &value, &length);
-    HUTIL_LOG(LOG_DEBUG, "%s %d: ret [%d] fd [%d] SO_LINGER [%d:%d]\n", kInit, __LINE__, ret, fd,
-              value.l_onoff, value.l_linger);
-  }
 }
 
 hvn::Result Socket::BindToPath() {
@@ -263,37 +228,7 @@ hvn::Result Socket::SetReuseAddress() {
   return hvn::kFailure;
 }
 
-bool Socket::BindToDevice(std::string ifname) {
-  constexpr char kFunction[] = "bool hvn::util::Socket::BindToDevice(std::string)";
-  if (fd_ < 0) {
-    HUTIL_LOG(LOG_ERR, "%s %d: No fd\n", kFunction, __LINE__);
-    return false;
-  }
-  const std::vector<std::string> names = NetworkManager::GetIfNames();
-  if (names.empty()) {
-    HUTIL_LOG(LOG_ERR, "%s %d: No available interface", kFunction, __LINE__);
-    return false;
-  }
-  if (std::find(names.begin(), names.end(), ifname) == names.end()) {
-    HUTIL_LOG(LOG_ERR, "%s %d: There's no interface named %s\n", kFunction, __LINE__,
-              ifname.c_str());
-    return false;
-  }
-  ifreq ifr = {};
-  std::snprintf(ifr.ifr_name, sizeof(ifr.ifr_name), "%s", ifname.c_str());
-  if (ioctl(fd_, SIOCGIFINDEX, &ifr) != 0) {
-    HUTIL_LOG(LOG_WARNING, "%s %d: fd [%d] SIOCGIFINDEX errno [%d]\n", kFunction, __LINE__, fd_,
-              errno);
-  }
-  if (setsockopt(fd_, SOL_SOCKET, SO_BINDTODEVICE, &ifr, sizeof(ifr)) != 0) {
-    HUTIL_LOG(LOG_ERR, "%s %d: Cannot bind socket %d to device %s\n", kFunction, __LINE__, fd_,
-              ifname.c_str());
-    return false;
-  }
-  HUTIL_LOG(LOG_DEBUG, "%s %d: Success to bind socket %d to interface %s\n", kFunction, __LINE__,
-            fd_, ifname.c_str());
-  return true;
-}
+bool Socket::BindToDevice(std::string ifname) { return BindSocketToDevice(fd_, ifname); }
 
 // ---- Data path ----
 
@@ -392,63 +327,13 @@ int Socket::ReadError() {
   return ret == 0 ? error : -1;
 }
 
-ssize_t Socket::SendTo(int fd, const void* data, size_t size) {
-  constexpr char kFunction[] = "ssize_t hvn::util::Socket::SendTo(int, const void*, size_t)";
-  if (fd < 0 || size == 0 || data == nullptr) return -1;
-  ssize_t sent = 0;
-  ssize_t remaining = static_cast<ssize_t>(size);
-  for (int try_cnt = 0; remaining > 0;) {
-    errno = 0;
-    const ssize_t n =
-        send(fd, static_cast<const char*>(data) + sent, static_cast<size_t>(remaining), 0);
-    const int error = errno;
-    if (n <= 0) {
-      if (!WorthRetrying(error)) {
-        HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kFunction, __LINE__, error);
-        return sent > 0 ? sent : -error;
-      }
-      if (try_cnt >= kMaxTryCount) {
-        HUTIL_LOG(LOG_ERR, "%s %d: errno [%d] exceed max_try_cnt [%d]\n", kFunction, __LINE__,
-                  error, kMaxTryCount);
-        return sent > 0 ? sent : -error;
-      }
-      ++try_cnt;
-      HUTIL_LOG(LOG_DEBUG,
-                "%s %d: socket send errno [%d] try one more time try_cnt [%d] max_try_cnt [%d]\n",
-                kFunction, __LINE__, error, try_cnt, kMaxTryCount);
-      usleep(kRetryPauseUs);
-    }
-    // A retry counts its -1 too: each one moves back by a byte, as peers of this library expect.
-    sent += n;
-    remaining = std::max<ssize_t>(remaining - n, 0);
-  }
-  return sent;
-}
+ssize_t Socket::SendTo(int fd, const void* data, size_t size) { return SendAll(fd, data, size); }
 
 ssize_t Socket::SendTo(std::string path, const void* data, size_t size) {
-  constexpr char kFunction[] =
-      "ssize_t hvn::util::Socket::SendTo(std::string, const void*, size_t)";
   if (fd_ < 0 || size == 0 || data == nullptr) return -1;
   SocketAddress address;
   if (!BuildDestination(path, address)) return -1;
-  size_t sent = 0;
-  while (sent < size) {
-    errno = 0;
-    const ssize_t n = sendto(fd_, static_cast<const char*>(data) + sent, size - sent, 0,
-                             address.get(), address.length());
-    const int error = errno;
-    if (n > 0) {
-      sent += std::min(static_cast<size_t>(n), size - sent);
-    } else if (WorthRetrying(error)) {
-      HUTIL_LOG(LOG_ERR, "%s %d: errno [%d] send ret [%zd] try one more time\n", kFunction,
-                __LINE__, error, n);
-    } else {
-      HUTIL_LOG(LOG_ERR, "%s %d: errno [%d] cannot send data to [%s]\n", kFunction, __LINE__, error,
-                path.c_str());
-      break;
-    }
-  }
-  return static_cast<ssize_t>(sent);
+  return SendDatagram(fd_, address, path.c_str(), data, size);
 }
 
 bool Socket::BuildDestination(const std::string& path, SocketAddress& address) {

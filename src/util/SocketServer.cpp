@@ -37,10 +37,7 @@ SocketServer::SocketServer(std::string path, Socket::Protocol protocol, Socket::
     : Socket(std::move(path), protocol, domain, SocketOption()),
       recv_buf_size_(kRecvBufSize),
       data_cb_(std::move(cb)),
-      ssl_(ssl),
-      handshake_fd_(kNoFd),
-      busy_(false),
-      stopping_(false) {
+      ssl_(ssl) {
   Listen(kBacklog);
   if (!data_cb_ || fd_ <= 0) return;
   fd_monitor_ = std::make_unique<FdMonitor>();
@@ -80,7 +77,9 @@ ssize_t SocketServer::SendTo(int fd, void* data, size_t size) {
   return ssl_ != nullptr ? ssl_->Send(fd, data, size) : Socket::SendTo(fd, data, size);
 }
 
-ssize_t SocketServer::SendTo(int fd, std::string data) { return SendTo(fd, &data[0], data.size()); }
+ssize_t SocketServer::SendTo(int fd, std::string data) {
+  return SendTo(fd, data.data(), data.size());
+}
 
 ssize_t SocketServer::SendTo(std::string path, std::string data) {
   return Socket::SendTo(std::move(path), std::move(data));

@@ -11,7 +11,7 @@ namespace util {
 
 // running_ is true before the thread exists, so that a destructor that comes first is not undone.
 Timer::Timer(std::string /*name*/, std::function<void()> callback)
-    : running_(true), armed_(false), repeat_(false), period_us_(0), callback_(std::move(callback)) {
+    : running_(true), armed_(false), repeat_(false), callback_(std::move(callback)) {
   thread_ = StartThread(&Timer::Loop, this);
 }
 

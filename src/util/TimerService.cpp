@@ -37,7 +37,7 @@ TimerService* TimerService::GetInstance() {
   return s_ins_;
 }
 
-TimerService::TimerService() : ids_in_use_(kMaxTasks, false), last_serial_(0) {
+TimerService::TimerService() : ids_in_use_(kMaxTasks, false) {
   auto info = std::make_unique<ThreadInfo>();
   std::thread thread = StartThread(&TimerService::ThreadLoop, this, info.get());
   if (!thread.joinable()) return;
