@@ -1,11 +1,13 @@
 #include "support/Kit.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -130,6 +132,12 @@ void RawClient::Reset() {
   Close();
 }
 
+bool RawClient::MoveAbove(int lowest) {
+  const long moved = syscall(SYS_fcntl, fd_, F_DUPFD_CLOEXEC, lowest);
+  Close();
+  fd_ = static_cast<int>(moved);
+  return fd_ >= lowest;
+}
 bool RawClient::Send(const std::string& data) {
   const long size = static_cast<long>(data.size());
   return syscall(SYS_sendto, fd_, data.data(), size, MSG_NOSIGNAL, nullptr, 0) == size;
@@ -158,6 +166,7 @@ bool RawClient::ClosedByPeer(int milliseconds) {
 }  // namespace hutil_test
 
 int main(int argc, char** argv) {
+  signal(SIGPIPE, SIG_IGN);  // as every daemon does
   testing::InitGoogleMock(&argc, argv);
   // Thread sanitizer adds a thread of its own to the first: before anything is counted.
   std::thread([] {}).join();

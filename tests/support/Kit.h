@@ -45,7 +45,8 @@ class RawClient {
 
   int fd() const { return fd_; }
   void Close();
-  void Reset();  // closes with RST
+  void Reset();                // closes with RST
+  bool MoveAbove(int lowest);  // leaves the low numbers to the library
   bool Send(const std::string& data);
   // Up to `size` bytes; fewer when the peer closes, or stays silent for that long.
   std::string Recv(std::size_t size, int milliseconds = 2000);

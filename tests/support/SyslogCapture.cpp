@@ -70,6 +70,14 @@ testing::AssertionResult Logged(int priority, const std::string& format, const s
   return failure;
 }
 
+testing::AssertionResult Said(int priority, const char* function, const char* message, ...) {
+  va_list arguments;
+  va_start(arguments, message);
+  const std::string text = Render(message, arguments);
+  va_end(arguments);
+  return Logged(priority, std::string("%s %d: ") + message, std::string(function) + " #: " + text);
+}
+
 int CountLogged(const std::string& format) {
   const std::vector<LogLine> logs = Logs();
   const auto same = [&format](const LogLine& log) { return log.format == format; };
