@@ -34,19 +34,21 @@ const char kFdCallback[] = "void hvn::util::SocketServer::FdCallback(int, hvn::u
 class Echo {
  public:
   explicit Echo(const std::string& path, Socket::Protocol protocol = Socket::kTcp,
-                Socket::Domain domain = Socket::kIpv4, SslWrapper* ssl = nullptr)
-      : server_(new SocketServer(
-            path, protocol, domain,
-            [this](int, int client, std::string from, void* data, size_t size) {
-              const std::lock_guard<std::mutex> guard(mutex_);
-              text_.append(static_cast<char*>(data), size);
-              from_ = from;
-              client_ = client;
-              ++calls_;
-              if (client > 0 && answers_) server_->SendTo(client, data, size);
-              return false;  // changes nothing
-            },
-            ssl)) {}
+                Socket::Domain domain = Socket::kIpv4, SslWrapper* ssl = nullptr) {
+    const std::lock_guard<std::mutex> guard(mutex_);  // a client may come at once
+    server_ = std::make_unique<SocketServer>(
+        path, protocol, domain,
+        [this](int, int client, std::string from, void* data, size_t size) {
+          const std::lock_guard<std::mutex> inner_guard(mutex_);
+          text_.append(static_cast<char*>(data), size);
+          from_ = from;
+          client_ = client;
+          ++calls_;
+          if (client > 0 && answers_) server_->SendTo(client, data, size);
+          return false;  // changes nothing
+        },
+        ssl);
+  }
   SocketServer& server() { return *server_; }
   void Destroy() { server_.reset(); }
   void KeepQuiet() { answers_ = false; }
@@ -227,13 +229,13 @@ TEST(SocketServer, DestructionIsNotHeldUpByAPeer) {
   in_handshake.Destroy();
 
   std::atomic<int> client_fd{-1};
-  SocketServer* self = nullptr;
+  std::atomic<SocketServer*> self{nullptr};
   auto flood = std::make_unique<SocketServer>(
       "127.0.0.1", Socket::kTcp, Socket::kIpv4,
       [&](int, int client, std::string, void*, size_t) {
         client_fd = client;
         const std::string block(1 << 24, 'x');
-        return self->SendTo(client, block) > 0;
+        return self.load()->SendTo(client, block) > 0;
       },
       nullptr);
   self = flood.get();

@@ -21,10 +21,9 @@ namespace util {
 
 /// A listening socket that serves its clients, or its datagrams, on an event loop of its own.
 ///
-///     SocketServer* self = nullptr;
-///     SocketServer echo("::;7", Socket::kTcp, Socket::kIpv6,
-///                       [&](int, int client, std::string, void* data, size_t size) {
-///                         return self->SendTo(client, data, size) >= 0;
+///     SocketServer echo("::;7007", Socket::kTcp, Socket::kIpv6,
+///                       [&echo](int, int client, std::string, void* data, size_t size) {
+///                         return echo.SendTo(client, data, size) >= 0;
 ///                       }, nullptr);
 ///
 /// Both callbacks run on the loop's thread with no lock held, all clients after one another: they

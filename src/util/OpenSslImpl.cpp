@@ -79,8 +79,7 @@ void Shutdown(int fd, SSL* session) {
     SSL_set_quiet_shutdown(session, 1);
   }
   SSL_shutdown(session);
-  SSL_certs_clear(session);
-  SSL_clear(session);
+  ClearSession(session);
 }
 
 }  // namespace
