@@ -27,7 +27,7 @@ class HUTIL_EXPORT Buffer {
 
   /// Appends `len` bytes at `data`, which may lie in this buffer. Grows to the exact need.
   /// True; false, with nothing changed, for a null `data` with bytes to copy and for more than
-  /// 4 GiB in all. Owner.
+  /// a string can hold. Owner.
   bool Copy(unsigned char* data, unsigned int len);
 
   /// The first readable byte; valid until the next Copy or Clear, also while empty. Owner.

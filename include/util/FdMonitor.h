@@ -61,9 +61,9 @@ class HUTIL_EXPORT FdMonitor {
   /// is read and thrown away. A descriptor already registered with that type keeps its callback.
   /// Always kSuccess. Any thread.
   hvn::Result Add(int fd, FdType type, Callback cb);
-  /// Forgets `fd` in the set of `type`; an unknown one is ignored. Unless called from a callback of
-  /// this monitor, one last call of the removed callback may still be under way. Always kSuccess.
-  /// Any thread.
+  /// Forgets `fd` in the set of `type`; an unknown one is ignored. The removed callback still runs
+  /// in the pass under way where its descriptor was ready too: from another thread, one last call
+  /// may come. Always kSuccess. Any thread.
   hvn::Result Remove(int fd, FdType type);
 
   /// The body of the monitor's thread; not for users. A failing select logs "select error" (3) at
@@ -81,8 +81,8 @@ class HUTIL_EXPORT FdMonitor {
   void CollectReady(const Sets& sets, ReadyList& ready);
   void ReadWakeUp();
 
-  static std::vector<FdMonitor*> s_monitor_v_;
   static Mutex s_monitor_vector_mutex_;
+  static std::vector<FdMonitor*> s_monitor_v_;
 
   std::string exit_word_;
   std::string modify_word_;

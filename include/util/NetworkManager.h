@@ -22,8 +22,8 @@ class NetworkMonitor;
 ///     for (const auto& name : NetworkManager::GetIfNames()) Show(network.GetMacAddress(name));
 ///     network.SetEventCb([](EventDic& event) { Note(event.GetParam(EventDic::kIfName)); });
 ///
-/// Interface operations go through netdevice(7) requests on a socket of their own, and log a failed
-/// request at priority 3; a name counts up to its 16th byte.
+/// Interface operations go through netdevice(7) requests on a socket of their own. They log at 3 an
+/// empty name, a socket that cannot be had and a failed request; a name counts up to 16 bytes.
 class HUTIL_EXPORT NetworkManager {
  public:
   using EventCallback = std::function<void(EventDic&)>;
@@ -59,7 +59,8 @@ class HUTIL_EXPORT NetworkManager {
   static bool SetIpAddress(std::string ifname, std::string ip);
   static bool SetSubnetMask(std::string ifname, std::string mask);
   /// The IPv4 address or, with `ipv6`, the first global IPv6 address, uncompressed
-  /// ("2001:0db8:0000:...:0001"). False with `out` empty where there is none. Any thread.
+  /// ("2001:0db8:0000:...:0001"), which never logs. False with `out` empty where there is none. Any
+  /// thread.
   static bool GetIpAddress(std::string ifname, std::string& out, bool ipv6);
   /// The IPv4 netmask. False with `out` untouched where there is none. Any thread.
   static bool GetSubnetMask(std::string ifname, std::string& out);
@@ -74,10 +75,12 @@ class HUTIL_EXPORT NetworkManager {
   /// Ones followed by zeros; 0.0.0.0 and 255.255.255.255 included. Never logs. Any thread.
   static bool CheckIpv4SubnetMaskValidation(std::string netmask);
   /// The range from the address after the gateway's to the subnet's broadcast address. False, with
-  /// both untouched, for bad texts and for a gateway that is its subnet's last address. Any thread.
+  /// both untouched, for bad texts and for a gateway that is its subnet's last address. Traces at
+  /// 7. Any thread.
   static bool GetIpv4DhcpRange(std::string gateway, std::string netmask, std::string& start,
                                std::string& end);
-  /// Whether the range lies in the gateway's subnet, above the gateway; logs if not. Any thread.
+  /// Whether the range lies in the gateway's subnet and above the gateway; logs if not, but for
+  /// texts that are no addresses or netmask. Any thread.
   static bool CheckIpv4DhcpRangeValidation(std::string gateway, std::string netmask,
                                            std::string start, std::string end);
 

@@ -31,8 +31,8 @@ class HUTIL_EXPORT PersistentConfig {
   static std::string LoadData(std::string key);
 
  private:
-  static const std::string kIndexer;
   static Mutex mutex_;
+  static const std::string kIndexer;
 };
 
 }  // namespace util

@@ -19,14 +19,16 @@ class SocketAddress;
 /// A descriptor and the text, its path, that says where it lives.
 ///
 ///     Socket probe("", Socket::kUdp, Socket::kIpv4, Socket::SocketOption());
-///     probe.SendTo("192.168.1.255;5000", std::string("who is there"));
+///     probe.SendTo("192.168.1.10;5000", std::string("who is there"));
 ///
 /// Paths: kIpv4 and kIpv6 take "IP", "PORT" or "IP;PORT" ("192.168.1.1", "8080", "::;53"); the name
 /// of an interface binds to that device. kUnix takes a file name, or an abstract name behind a NUL.
 /// kNetlink takes none. The port of a kIpv4 path is for Connect and SendTo only: binding an IPv4
 /// path always takes an ephemeral port.
-/// Every operation: owner, except that one thread may send while another receives. Failures log at
-/// priority 3 unless said otherwise. Ignore SIGPIPE in the process: sends do not suppress it.
+/// Every operation: owner, except that sends and receives of several threads may overlap; those
+/// that name their descriptor, IsMulticast and Bind: any thread. Failures log at priority 3 unless
+/// said otherwise; without a descriptor all but Recv, BindToDevice and GetTcpInfo fail silently.
+/// Nothing calls back. Ignore SIGPIPE in the process: sends do not suppress it.
 class HUTIL_EXPORT Socket {
  public:
   enum Protocol : unsigned char { kTcp = 1, kUdp = 2, kRaw = 3 };
@@ -52,50 +54,57 @@ class HUTIL_EXPORT Socket {
   /// Creates, tunes and binds a descriptor as Init says; fd() is -1 where that failed. An empty
   /// `path` binds nothing.
   Socket(std::string path, Protocol protocol, Domain domain, SocketOption option);
-  /// Removes the socket file of a kUnix path; shuts down (TCP) and closes an owned descriptor.
-  /// Closing a TCP connection resets it.
+  /// Removes the socket file of a kUnix path; shuts down (TCP; a failure logs at 4) and closes an
+  /// owned descriptor (logs at 6, a failure at 3). Closing a TCP connection resets it.
   ~Socket();
   Socket(const Socket&) = delete;
   Socket& operator=(const Socket&) = delete;
 
   /// What the path constructor runs: socket(2), buffer sizes, SO_LINGER 0 for TCP, SO_REUSEADDR,
-  /// bind(2) or BindToDevice. A stale socket file is removed first. kFailure leaves no descriptor.
+  /// bind(2) or BindToDevice. A stale socket file is removed first; a Unix path above 108 bytes is
+  /// ENAMETOOLONG. kFailure leaves no descriptor. Logs success at 6, its steps at 7. Not for
+  /// adopted descriptors.
   hvn::Result Init();
-  /// Splits `path` by the grammar above; port 0 where it names none. kFailure for a malformed path,
-  /// and silently for domains without the grammar. Logs the outcome at 7.
+  /// Splits `path` by the grammar above; port 0 where it names none. Logs success at 7. kFailure,
+  /// logged only for a port that is not all digits, leaves what was read so far in both; for an
+  /// empty path and a domain without the grammar it leaves them alone.
   hvn::Result GetIpAndPortByPath(std::string path, std::string& ip, int& port);
   /// Does nothing and returns kSuccess: binding is the constructor's.
   hvn::Result Bind(std::string ip, unsigned short port);
-  /// Whether the IPv4 text `ip` starts with 224 to 239.
+  /// Whether the IPv4 text `ip` starts with 224 to 239. Never logs.
   bool IsMulticast(std::string ip);
   /// Lets a TCP socket accept; kSuccess for other protocols. A failure closes the descriptor and
   /// logs at 7. See listen(2).
   hvn::Result Listen(int backlog);
-  /// Sets or clears O_NONBLOCK; kFailure logs at 4 where fcntl(2) refuses the flags.
+  /// Sets or clears O_NONBLOCK. kFailure; logged, at 4, only where fcntl(2) refuses the flags.
   hvn::Result SetNonBlock(bool on);
   /// Sets TCP_NODELAY; kFailure, silently, for other protocols. See tcp(7).
   hvn::Result SetTCPNoDelay(bool on);
   /// Sets SO_REUSEADDR. See socket(7).
   hvn::Result SetReuseAddress();
-  /// Binds to the interface `ifname`; false where there is none of that name. See SO_BINDTODEVICE.
+  /// Binds to the interface `ifname`; false where there is none of that name. Logs success at 7.
+  /// See SO_BINDTODEVICE in socket(7).
   bool BindToDevice(std::string ifname);
 
-  /// Connects to `dest` within `timeout_us` microseconds (0 or less: no limit), or joins the group
-  /// where `dest` is IPv4 multicast (always kSuccess). kInvalidArgument where a kIpv6 `dest` is no
-  /// IPv6 literal; kFailure otherwise, with the reason at 7. With a limit the socket is blocking
-  /// again after the wait, and stays non-blocking after an immediate refusal. See connect(2).
+  /// Connects to `dest` within `timeout_us` microseconds (0 or less: no limit). A multicast `dest`
+  /// is joined instead, with kSuccess also where that fails (logged), and is_connected() unchanged.
+  /// kInvalidArgument where a kIpv6 `dest` is no IPv6 literal (logged); kFailure where the connect
+  /// fails (logged at 7), select(2) cannot hold the descriptor (logged) or GetIpAndPortByPath
+  /// fails. With a limit the socket is blocking again after the wait, and stays non-blocking after
+  /// an immediate refusal. See connect(2).
   hvn::Result Connect(std::string dest, int timeout_us);
 
   /// Sends all of `size` bytes on `fd` and returns their count. While the kernel has no room, or
   /// the peer is gone (EPIPE), tries again every 100 ms, ten times at most. Otherwise the count
-  /// sent so far or, where nothing went out, -errno; -1 for bad arguments. Each retry moves the
-  /// position back by one byte. See send(2).
+  /// sent so far or, where nothing went out, -errno; -1, silently, for bad arguments. Each retry
+  /// (logged at 7) moves the position back by one byte: up to ten bytes in front of `data` may go
+  /// out too. See send(2).
   ssize_t SendTo(int fd, const void* data, size_t size);
   ssize_t SendTo(int fd, void* data, size_t size);
   ssize_t SendTo(int fd, std::string data);
   /// Sends to the address `path` and returns the bytes sent; tries again without a pause or a limit
-  /// while the kernel has no room. -1 for a bad path or argument. A kIpv6 socket sends to the
-  /// path's port of "::" whatever address the path names. See sendto(2).
+  /// while the kernel has no room. -1, silently, for a bad path or argument. A kIpv6 socket sends
+  /// to the path's port of "::" whatever address the path names. See sendto(2).
   ssize_t SendTo(std::string path, const void* data, size_t size);
   ssize_t SendTo(std::string path, void* data, size_t size);
   ssize_t SendTo(std::string path, std::string data);
@@ -108,15 +117,17 @@ class HUTIL_EXPORT Socket {
   /// errors are logged. -1 without a descriptor or buffer. See recv(2).
   ssize_t Recv(void* buf, size_t size, int flags);
   /// Recv after waiting at most `timeout_us` microseconds: -ETIME when they ran out, -errno where
-  /// the wait failed, -1 without a descriptor that select(2) can hold.
+  /// the wait failed, -1 where select(2) cannot hold the descriptor; all three are logged.
   ssize_t RecvTimedWait(void* buf, size_t size, uint64_t timeout_us, int flags);
   /// Accepts a connection, close-on-exec, and describes the peer in `path`: "IP:PORT" for IPv4,
   /// "IP;PORT" for IPv6, the peer's socket file for kUnix. The descriptor, now the caller's, or
-  /// accept4's failure; 0 for a netlink socket. See accept4(2).
+  /// accept4's failure, which is not logged; 0 for a netlink socket. See accept4(2).
   int Accept(std::string& path);
   /// Logs the connection's figures at 7; `info` is not written. False where there are none.
   bool GetTcpInfo(TcpInfo& info);
 
+  /// This socket's descriptor, still its own, or -1; what it was made from; whether a Connect has
+  /// succeeded.
   int fd() const { return fd_; }
   const std::string& path() const { return path_; }
   Protocol protocol() const { return protocol_; }
@@ -139,11 +150,7 @@ class HUTIL_EXPORT Socket {
   hvn::Result BindFailure();
   bool BuildLocalAddress(SocketAddress& address, bool& use_device);
   bool BuildIpAddress(SocketAddress& address, bool& use_device);
-  hvn::Result BuildPeerAddress(const std::string& dest, SocketAddress& address, bool& joined);
-  void JoinMulticast(const std::string& ip);
   bool BuildDestination(const std::string& path, SocketAddress& address);
-  int AwaitConnection(int timeout_us, int result);
-  int ReadError();
   void CloseDescriptor();
 
   static int nl_pid_index;

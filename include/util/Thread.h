@@ -94,6 +94,7 @@ class Condition {
     timespec deadline;
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     if (!name_.empty()) EchoName();
+    if (timeout_us < 0) timeout_us = 0;
     const int64_t seconds = timeout_us / 1000000;
     const int64_t latest = std::numeric_limits<decltype(deadline.tv_sec)>::max() - 1;
     deadline.tv_sec = static_cast<decltype(deadline.tv_sec)>(

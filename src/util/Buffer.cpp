@@ -1,5 +1,6 @@
 #include "util/Buffer.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace hvn {
@@ -18,7 +19,8 @@ Buffer::~Buffer() = default;
 bool Buffer::Copy(unsigned char* data, unsigned int len) {
   if (len == 0) return true;
   const unsigned int used = length_ + head_;
-  if (data == nullptr || len > std::numeric_limits<unsigned int>::max() - used) return false;
+  constexpr size_t kMost = std::numeric_limits<unsigned int>::max();
+  if (data == nullptr || len > std::min(kMost, storage_.max_size()) - used) return false;
   // Overwrites the room that is there and grows by what is missing, in one step that also copes
   // with `data` pointing into the storage.
   storage_.replace(used, len, reinterpret_cast<const char*>(data), len);

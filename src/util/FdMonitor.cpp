@@ -46,8 +46,8 @@ struct FdMonitor::Sets {
   fd_set read, write, except;
 };
 
-std::vector<FdMonitor*> FdMonitor::s_monitor_v_;
 Mutex FdMonitor::s_monitor_vector_mutex_;
+std::vector<FdMonitor*> FdMonitor::s_monitor_v_;
 
 FdMonitor* FdMonitor::Create() {
   std::lock_guard<Mutex> lock(s_monitor_vector_mutex_);
@@ -94,13 +94,15 @@ FdMonitor::~FdMonitor() {
 
 hvn::Result FdMonitor::Add(int fd, FdType type, Callback cb) {
   std::lock_guard<Mutex> lock(mutex_);
-  if (MapOf(type).emplace(fd, std::move(cb)).second) Wake(modify_word_);
+  if (MapOf(type).try_emplace(fd, std::move(cb)).second) Wake(modify_word_);
   return hvn::kSuccess;
 }
 
 hvn::Result FdMonitor::Remove(int fd, FdType type) {
+  CallbackMap::node_type removed;  // destroyed without the lock: what it owns may call back in here
   std::lock_guard<Mutex> lock(mutex_);
-  if (MapOf(type).erase(fd) > 0) Wake(modify_word_);
+  removed = MapOf(type).extract(fd);
+  if (!removed.empty()) Wake(modify_word_);
   return hvn::kSuccess;
 }
 

@@ -66,8 +66,8 @@ void WriteText(int fd, const std::string& text) {
 
 }  // namespace
 
-const std::string PersistentConfig::kIndexer = "=!=%=";
 Mutex PersistentConfig::mutex_;
+const std::string PersistentConfig::kIndexer = "=!=%=";
 
 hvn::Result PersistentConfig::SaveData(std::string key, std::string value) {
   if (!IsStorable(key) || !IsStorable(value)) {

@@ -14,6 +14,7 @@
 #include "util/Log.h"
 #include "util/Select.h"
 #include "util/SocketAddress.h"
+#include "util/SocketConnect.h"
 #include "util/SocketOptions.h"
 #include "util/SocketPath.h"
 #include "util/SocketSend.h"
@@ -27,7 +28,6 @@ namespace {
 [[maybe_unused]] const std::string kTag = "util::Socket";
 
 constexpr char kInit[] = "hvn::Result hvn::util::Socket::Init()";
-constexpr char kConnect[] = "hvn::Result hvn::util::Socket::Connect(std::string, int)";
 
 // Every route multicast group from link to IPv6 interface information, except neighbours.
 constexpr uint32_t kNetlinkGroups = 0xFFB;
@@ -142,7 +142,10 @@ hvn::Result Socket::BindFailure() {
 bool Socket::BuildLocalAddress(SocketAddress& address, bool& use_device) {
   switch (domain_) {
     case kUnix:
-      if (!address.SetUnix(path_)) return BindFailure() == hvn::kSuccess;
+      if (!address.SetUnix(path_)) {
+        BindFailure();
+        return false;
+      }
       if (!IsAbstract(path_)) unlink(path_.c_str());
       return true;
     case kIpv4:
@@ -234,10 +237,20 @@ bool Socket::BindToDevice(std::string ifname) { return BindSocketToDevice(fd_, i
 
 hvn::Result Socket::Connect(std::string dest, int timeout_us) {
   if (fd_ < 0) return hvn::kFailure;
+  std::string ip;
+  int port = 0;
+  if (IsIp(domain_) && GetIpAndPortByPath(dest, ip, port) != hvn::kSuccess) return hvn::kFailure;
+  if (IsMulticast(ip)) {
+    JoinMulticast(fd_, ip);
+    return hvn::kSuccess;
+  }
   SocketAddress address;
-  bool joined = false;
-  const hvn::Result built = BuildPeerAddress(dest, address, joined);
-  if (built != hvn::kSuccess || joined) return built;
+  if (domain_ == kUnix) address.SetUnix(dest);
+  if (domain_ == kIpv4) address.SetIpv4(ip, port);
+  if (domain_ == kIpv6 && !address.SetIpv6(ip, port)) {
+    HUTIL_LOG(LOG_ERR, "%s %d: inet_pton error %s\n", kConnect, __LINE__, ip.c_str());
+    return hvn::kInvalidArgument;
+  }
   HUTIL_LOG(LOG_DEBUG, "%s %d: dest [%s]\n", kConnect, __LINE__, dest.c_str());
   if (domain_ == kNetlink) return hvn::kFailure;
   if (timeout_us > 0 && !FitsSelect(fd_)) {
@@ -245,86 +258,21 @@ hvn::Result Socket::Connect(std::string dest, int timeout_us) {
     return hvn::kFailure;
   }
   SetNonBlock(timeout_us > 0);
-  int ret = -1;
-  if (address.is_set()) {
-    ret = connect(fd_, address.get(), address.length());
-  } else {
-    errno = ENAMETOOLONG;
-  }
+  int ret = ConnectTo(fd_, address);
   if (ret < 0 && errno != EINPROGRESS) {
     HUTIL_LOG(LOG_DEBUG, "%s %d: con_ret %d errno %d\n", kConnect, __LINE__, ret, errno);
     return hvn::kFailure;
   }
-  if (timeout_us > 0) ret = AwaitConnection(timeout_us, ret);
+  if (timeout_us > 0) {
+    ret = AwaitConnection(fd_, timeout_us, ret);
+    SetNonBlock(false);
+  }
   HUTIL_LOG(LOG_DEBUG, "%s %d: con_ret %d sel_ret %d\n", kConnect, __LINE__, ret, 0);
   if (ret < 0) return hvn::kFailure;
   HUTIL_LOG(LOG_DEBUG, "%s %d: [%s] success to connect [%s] fd %d\n", kConnect, __LINE__,
             path_.c_str(), dest.c_str(), fd_);
   is_connected_ = true;
   return hvn::kSuccess;
-}
-
-/// The address of `dest`; a group is joined instead. A Unix path that does not fit leaves it unset.
-hvn::Result Socket::BuildPeerAddress(const std::string& dest, SocketAddress& address,
-                                     bool& joined) {
-  std::string ip;
-  int port = 0;
-  if (IsIp(domain_) && GetIpAndPortByPath(dest, ip, port) != hvn::kSuccess) return hvn::kFailure;
-  joined = IsMulticast(ip);
-  if (joined) {
-    JoinMulticast(ip);
-  } else if (domain_ == kUnix) {
-    address.SetUnix(dest);
-  } else if (domain_ == kIpv4) {
-    address.SetIpv4(ip, port);
-  } else if (domain_ == kIpv6 && !address.SetIpv6(ip, port)) {
-    HUTIL_LOG(LOG_ERR, "%s %d: inet_pton error %s\n", kConnect, __LINE__, ip.c_str());
-    return hvn::kInvalidArgument;
-  }
-  return hvn::kSuccess;
-}
-
-void Socket::JoinMulticast(const std::string& ip) {
-  ip_mreq group = {};
-  group.imr_multiaddr.s_addr = inet_addr(ip.c_str());
-  group.imr_interface.s_addr = htonl(INADDR_ANY);
-  if (setsockopt(fd_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof(group)) != 0) {
-    HUTIL_LOG(LOG_ERR, "%s %d: Cannot join multicast on [%s]\n", kConnect, __LINE__, ip.c_str());
-  } else {
-    HUTIL_LOG(LOG_INFO, "success to join multicast on [%s]\n", ip.c_str());
-  }
-}
-
-/// Waits for the outcome of a connect that returned `result`, and returns the outcome.
-int Socket::AwaitConnection(int timeout_us, int result) {
-  fd_set read_set;
-  FD_ZERO(&read_set);
-  FD_SET(fd_, &read_set);
-  fd_set write_set = read_set;
-  timeval span = ToTimeval(static_cast<uint64_t>(timeout_us));
-  HUTIL_LOG(LOG_DEBUG, "%s %d: timeout sec %ld usec %ld\n", kConnect, __LINE__,
-            static_cast<long>(span.tv_sec), static_cast<long>(span.tv_usec));
-  if (select(fd_ + 1, &read_set, &write_set, nullptr, &span) > 0) {
-    // Reading the error clears it, so a refusal that shows in both sets is seen in the first only.
-    const bool refused = FD_ISSET(fd_, &read_set) && ReadError() > 0;
-    const bool writable = FD_ISSET(fd_, &write_set) && ReadError() == 0;
-    if (refused) {
-      result = -1;
-    } else if (writable) {
-      result = 0;
-    }
-  }
-  SetNonBlock(false);
-  return result;
-}
-
-/// The pending error of the socket, 0 for none and -1 where it could not be read.
-int Socket::ReadError() {
-  int error = 0;
-  socklen_t length = sizeof(error);
-  const int ret = getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &length);
-  HUTIL_LOG(LOG_DEBUG, "%s %d: sock_ret %d so_error %d\n", kConnect, __LINE__, ret, error);
-  return ret == 0 ? error : -1;
 }
 
 ssize_t Socket::SendTo(int fd, const void* data, size_t size) { return SendAll(fd, data, size); }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 
 #include "util/Log.h"
 
@@ -22,7 +23,7 @@ bool WorthRetrying(int error) { return error == EAGAIN || error == EPIPE; }
 
 ssize_t SendAll(int fd, const void* data, size_t size) {
   constexpr char kFunction[] = "ssize_t hvn::util::Socket::SendTo(int, const void*, size_t)";
-  if (fd < 0 || size == 0 || data == nullptr) return -1;
+  if (fd < 0 || size == 0 || size > SSIZE_MAX || data == nullptr) return -1;
   ssize_t sent = 0;
   auto remaining = static_cast<ssize_t>(size);
   for (int try_cnt = 0; remaining > 0;) {
