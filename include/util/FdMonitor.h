@@ -48,8 +48,9 @@ class HUTIL_EXPORT FdMonitor {
   /// thread.
   static hvn::Result Delete(unsigned int index);
 
-  /// Starts the loop's thread. Where no wake-up descriptor or thread is to be had, the monitor
-  /// exists but never calls back; nothing is logged. Owner. See eventfd(2).
+  /// Starts the loop's thread, which logs its number at 7 and echoes it into the kernel log. Where
+  /// no wake-up descriptor or thread is to be had, the monitor exists but never calls back; nothing
+  /// is logged. Owner. See eventfd(2).
   FdMonitor();
   /// Ends the loop and joins its thread; no callback runs after that. Not to be called from a
   /// callback of this monitor. Owner.

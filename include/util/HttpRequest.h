@@ -36,9 +36,9 @@ class HUTIL_EXPORT HttpRequest {
   /// and kPost means GET.
   void SetMethod(Method method, std::string body);
   /// Runs the request and fills `out`, which is emptied first, with the response's body, an error
-  /// page included. kFailure, silently, without a URL or a method. kSuccess otherwise, also where
-  /// the transfer failed: that is logged (3) and leaves `out` empty or partial. Calls back nobody.
-  /// See libcurl-easy(3).
+  /// page included. kFailure, silently, without a URL, a method or a handle. kSuccess otherwise,
+  /// also where the transfer failed: that is logged (3) and leaves `out` empty or partial. Traces
+  /// at 7, each header line among them. See libcurl-easy(3).
   hvn::Result Start(Buffer& out);
 
   /// Appends to the buffer of the running Start; for libcurl's use.
@@ -51,7 +51,7 @@ class HUTIL_EXPORT HttpRequest {
   void SetHeaders();
   void FreeHeaders();
 
-  void* curl_;
+  void* curl_ = nullptr;
   curl_slist* header_list_ = nullptr;
   std::string body_;
   std::string sent_body_;  ///< What the handle's post fields refer to between requests.

@@ -32,7 +32,8 @@ class HUTIL_EXPORT NetworkManager {
   NetworkManager();
 
   /// Passes each network change from now on to `cb`, in place of this object's earlier callback.
-  /// Called on the monitor's thread under its lock: `cb` must neither subscribe nor unsubscribe.
+  /// Called on the monitor's thread under its lock: `cb` must neither subscribe nor unsubscribe. An
+  /// empty one is skipped.
   /// Not undone by the destructor. Any thread.
   void SetEventCb(EventCallback cb);
   /// Ends it: when this returns, the callback has returned and is not called again. Any thread.

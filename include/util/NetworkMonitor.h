@@ -29,6 +29,7 @@ class HUTIL_EXPORT NetworkMonitor {
   /// Opens the netlink socket and registers it with the registry's first FdMonitor. Where either
   /// fails (logged), nothing is ever called back. Owner.
   NetworkMonitor();
+  /// Unregisters and closes the socket; only when no event can be under way. Owner.
   ~NetworkMonitor();
   NetworkMonitor(const NetworkMonitor&) = delete;
   NetworkMonitor& operator=(const NetworkMonitor&) = delete;

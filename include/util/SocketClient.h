@@ -22,8 +22,9 @@ namespace util {
 ///     SocketClient client("", Socket::kTcp, Socket::kIpv6, "::1;8443", option);
 ///     if (client.is_connected()) client.Send(std::string("ifaces\n"));
 ///
-/// It does not connect again: build another one. Owner, except that one thread may send while
-/// another receives. A wrapper is not told when the client goes: call RemoveClient(fd()) before.
+/// It does not connect again: build another one. Every operation: owner, except that in clear one
+/// thread may send while another receives (with TLS a waiting Recv holds up every Send). A wrapper
+/// is not told when the client goes: call RemoveClient(fd()) before.
 class HUTIL_EXPORT SocketClient : public Socket {
  public:
   struct SocketClientOption {
@@ -33,8 +34,10 @@ class HUTIL_EXPORT SocketClient : public Socket {
   };
 
   /// Binds to `path` (usually empty), connects to `dest` and runs the TLS handshake where a wrapper
-  /// is given. UDP and raw sockets of the IP domains are not connected: use SendTo with a path.
-  /// is_connected() tells whether the connection stands; Socket and SslWrapper log the failures.
+  /// is given; that one has no time limit and is tried in any case. UDP and raw sockets of the IP
+  /// domains are not connected: use SendTo with a path. is_connected() tells whether the connection
+  /// stands; a failed handshake shows at the first Send. Logs the limit at 7; Socket and SslWrapper
+  /// log the failures.
   SocketClient(std::string path, Socket::Protocol protocol, Socket::Domain domain, std::string dest,
                SocketClientOption option);
 

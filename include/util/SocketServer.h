@@ -38,11 +38,13 @@ class HUTIL_EXPORT SocketServer : public Socket {
   using NewClientCallback = std::function<void(int, int, std::string)>;
 
   /// Binds `path`, listens and serves at once; a wrapper, not owned, outlives the server. With an
-  /// empty `cb`, or where the socket could not be made (fd() is -1), nothing is ever served. Owner.
+  /// empty `cb`, where the socket could not be made (fd() is -1) and on descriptor 0, nothing is
+  /// ever served. The loop logs each accept at 7 and failures at 3. Owner.
   SocketServer(std::string path, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
                SslWrapper* ssl);
-  /// Ends the loop. Clients still connected are neither closed nor told. Not to be called from a
-  /// callback of this server. Owner.
+  /// Ends the loop. Clients still connected are neither closed nor told, but for this: an event
+  /// that lasts longer than a second (a silent peer's handshake, a full send) has the connections
+  /// of all clients shut down. Not to be called from a callback of this server. Owner.
   ~SocketServer();
 
   /// Sets what is called for each client accepted from now on; ignored unless TCP. Any thread.
@@ -50,16 +52,19 @@ class HUTIL_EXPORT SocketServer : public Socket {
 
   /// Sends to the client `fd`, through TLS where the server has it, as Socket::SendTo or
   /// SslWrapper::Send does. -1, silently, for a descriptor that is no client's: another thread than
-  /// the loop's may meet that for a client that is just going. A UDP server sends on its own
+  /// the loop's may meet that for a client that is just going, whose number may even be another
+  /// descriptor's by the time of the send. A UDP server sends on its own
   /// descriptor only, which is connected to no one. Any thread.
   ssize_t SendTo(int fd, void* data, size_t size);
   ssize_t SendTo(int fd, std::string data);
   /// Socket::SendTo: a datagram to the address `path`. Any thread.
   ssize_t SendTo(std::string path, std::string data);
 
-  /// Enters a client; one already known keeps its path. Any thread.
+  /// Enters a client; one already known keeps its path, one without a TLS connection is dropped at
+  /// its first data where the server has TLS. Any thread.
   void AddFd(int fd, std::string path);
-  /// Forgets a client without closing `fd`; logs at 7. Any thread.
+  /// Forgets a client without closing `fd`; logs at 7. One last event may be under way: close `fd`
+  /// in a callback, or when the server is gone. Any thread.
   void RemoveFd(int fd);
   /// What the loop calls for the server's descriptor and each client's. Loop thread.
   void FdCallback(int fd, FdType type);

@@ -27,9 +27,10 @@ namespace util {
 ///     runner.AddServer(&control);
 ///
 /// The callback runs on the runner's thread with no lock held and gets what SocketServer's gets.
-/// Sockets stay the daemon's, which closes them when the runner is gone, and answers through them.
-/// A client whose path is empty (an unnamed Unix peer) is served as an event of its server's
-/// listening socket: give Unix clients a path of their own, or let them send datagrams.
+/// Sockets stay the daemon's, which answers through them and destroys them when the runner is gone.
+/// A stream client whose path is empty (an unnamed Unix peer) cannot be served: its data counts as
+/// an event of its server's listening socket, stays unread and slows the loop down. Give Unix
+/// clients a path of their own, or let them send datagrams.
 class HUTIL_EXPORT SocketServerRunner {
  public:
   using DataCallback = std::function<bool(int, int, std::string, void*, size_t)>;
@@ -51,8 +52,10 @@ class HUTIL_EXPORT SocketServerRunner {
   /// Serves `server`, bound and listening already, not owned. False with a log line (3) where the
   /// socket or its descriptor is served already, silently for null. Any thread.
   bool AddServer(Socket* server);
-  /// Stops serving the socket of that descriptor; its clients stay open, and each is closed at its
-  /// next event, with a log line (3). Always true. Any thread.
+  /// Stops serving the socket of that descriptor. Take its clients out with RemoveFd first: one
+  /// that is left is closed at its next event, with a log line (3), but stays in the loop, where
+  /// select(2) fails from then on. An event of the socket may be under way still. Always true. Any
+  /// thread.
   bool RemoveServer(int fd);
   bool RemoveServer(Socket* server);
 
@@ -70,6 +73,7 @@ class HUTIL_EXPORT SocketServerRunner {
 
  private:
   Socket* FindServer(int fd, std::string* path);
+  void RemoveLocked(const Socket* server, int fd);
   bool RemoveMatching(const Socket* server, int fd);
   void AcceptClient(Socket* server);
   void ReceiveOneDatagram(Socket* server, int fd);

@@ -24,10 +24,10 @@ class OpenSslImpl;
 ///     SocketServer server("::;8443", Socket::kTcp, Socket::kIpv6, OnData, &ssl);
 ///
 /// Set up by its owner first; from the first handshake on, Accept, Connect, Send, Recv, Pending and
-/// RemoveClient are for any thread. One lock serialises them, so a peer that is slow in its
-/// handshake holds up the others of this wrapper. Descriptors stay the caller's; RemoveClient one
-/// before its number is used again. Peers' certificates are not verified. Failures log at priority
-/// 3 unless said otherwise.
+/// RemoveClient are for any thread. One lock serialises them: a slow handshake or a waiting Recv
+/// holds up all others of this wrapper, so give each server, and each client with two threads, one
+/// of its own. Descriptors stay the caller's; RemoveClient one before its number is used again.
+/// Peers' certificates are not verified. Failures named "logged" log at priority 3.
 class HUTIL_EXPORT SslWrapper {
  public:
   /// How a certificate or key is encoded.
@@ -43,15 +43,18 @@ class HUTIL_EXPORT SslWrapper {
   SslWrapper(const SslWrapper&) = delete;
   SslWrapper& operator=(const SslWrapper&) = delete;
 
-  /// Adds trust anchors: all of a PEM file, the first certificate of a DER file. kNotInitialized
-  /// without a context; kFailure, silent for DER, where none could be read. Owner.
+  /// Adds trust anchors: all of a PEM file (success logs at 7), the first certificate of a DER
+  /// file. kNotInitialized without a context; kFailure, logged but for DER, where none could be
+  /// read. Owner.
   hvn::Result SetRootCaFile(std::string path, FileType type);
-  /// Loads the own certificate and its key. kNotInitialized without a context; kFailure where one
-  /// could not be loaded. Whether the two belong together shows at the handshake. Owner.
+  /// Loads the own certificate and its key, which must not be encrypted. kNotInitialized without a
+  /// context; kFailure, logged, where one could not be loaded. Whether the two belong together
+  /// shows at the handshake. Owner.
   hvn::Result SetCertAndKeyFile(std::string cert_path, std::string key_path, FileType cert_type,
                                 FileType key_type);
-  /// Sets the cipher list, the entries joined by ":". False where OpenSSL accepts none of them.
-  /// Throws std::length_error for an empty vector. Owner. See ciphers(1).
+  /// Sets the cipher list, the entries joined by ":"; logs at 7. False without a context, and,
+  /// logged, where OpenSSL accepts none. Throws std::length_error for an empty vector. Owner. See
+  /// ciphers(1).
   bool SetCipherLists(std::vector<std::string> lists);
 
   /// The encoding of the certificate or of the RSA or EC key in `data`, found by parsing; kUnknown
@@ -59,16 +62,18 @@ class HUTIL_EXPORT SslWrapper {
   static FileType GetCertType(Buffer& data);
   static FileType GetKeyType(Buffer& data);
 
-  /// The handshake with the peer of `fd`, as client or as server; blocks as `fd` does. False where
-  /// it failed (Connect logs), for the other role and for a descriptor already in use here. Any
+  /// The handshake with the peer of `fd`, as client or as server; blocks as `fd` does. Connect
+  /// lists the first ten ciphers at 7. False for a failure and for a descriptor already in use here
+  /// (both logged by Connect only), and, silently, without a context and for the other role. Any
   /// thread.
   bool Connect(int fd);
   bool Accept(int fd);
-  /// Writes all of `size` bytes: `size`, or -1. Any thread. See SSL_write(3).
+  /// Writes all of `size` bytes: `size`, or -1, logged only for an unknown descriptor. Any thread.
+  /// See SSL_write(3).
   ssize_t Send(int fd, const void* data, size_t size);
   ssize_t Send(int fd, void* data, size_t size);
-  /// Reads up to `size` bytes: their count, 0 when the peer has closed, negative for a failure.
-  /// Any thread. See SSL_read(3).
+  /// Reads up to `size` bytes: their count, 0 when the peer has closed, negative, logged, for a
+  /// failure. Any thread. See SSL_read(3).
   ssize_t Recv(int fd, void* data, size_t size);
   /// Bytes of `fd` that are decrypted already: Recv has them at once, select(2) does not see them.
   /// 0 for an unknown descriptor. Any thread. See SSL_pending(3).

@@ -17,15 +17,16 @@ namespace util {
 ///     Timer heartbeat("heartbeat", [] { Beat(); });
 ///     heartbeat.Start(30000000, true);
 ///
-/// Arming does not wake the thread: call Start right after construction, since a timer that is idle
-/// already may notice it only at its end. The callback runs with the timer's lock held, so it must
+/// Arming does not wake the thread: call Start right after construction, since a timer whose thread
+/// waits idle already does not notice. The callback runs with the timer's lock held, so it must
 /// not call Start or Stop of its own timer, and it must not throw. A repeating timer's period runs
 /// from the end of one call to the next.
 class HUTIL_EXPORT Timer {
  public:
-  /// Starts the thread; `name` is not kept. Owner.
+  /// Starts the thread, which logs its number at 7 and echoes it into the kernel log; `name` is not
+  /// kept. Where no thread is to be had, the timer never calls back. Owner.
   Timer(std::string name, std::function<void()> callback);
-  /// Ends the thread. An armed timer calls back one last time first. Not to be called from the
+  /// Ends the thread; a wait for the next expiry ends in one last call. Not to be called from the
   /// callback. Owner.
   ~Timer();
   Timer(const Timer&) = delete;

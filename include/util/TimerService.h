@@ -46,6 +46,8 @@ class HUTIL_EXPORT TimerService {
 
   /// The one service, made at the first call and never destroyed. Any thread.
   static TimerService* GetInstance();
+  /// Starts the worker, which logs its number at 7 and echoes it into the kernel log; without one,
+  /// AddTask fails. For GetInstance: a service must never be destroyed. Owner.
   TimerService();
   TimerService(const TimerService&) = delete;
   TimerService& operator=(const TimerService&) = delete;

@@ -9,24 +9,28 @@
 namespace hvn {
 namespace util {
 
-/// Reads of a netlink datagram that stay within its bytes. See netlink(7) and rtnetlink(7).
+/// Some bytes of a netlink datagram. Numbers may be read beyond them, where a short attribute is
+/// taken for a longer one, but never beyond the buffer. See netlink(7) and rtnetlink(7).
 class ByteView {
  public:
-  ByteView(const char* data, size_t size) : data_(data), size_(size) {}
+  /// `size` bytes at `data`, of which `readable` are memory that may be read.
+  ByteView(const char* data, size_t size, size_t readable)
+      : data_(data), size_(size), readable_(readable) {}
 
   size_t size() const { return size_; }
 
   /// What follows the first `offset` bytes, `count` at the most.
   ByteView Sub(size_t offset, size_t count = SIZE_MAX) const {
     if (offset > size_) offset = size_;
-    return ByteView(data_ + offset, count < size_ - offset ? count : size_ - offset);
+    return ByteView(data_ + offset, count < size_ - offset ? count : size_ - offset,
+                    readable_ - offset);
   }
 
-  /// A number in host order, 0 where the bytes do not hold one.
+  /// A number in host order, 0 where the buffer does not hold one.
   template <typename T>
   T Read(size_t offset) const {
     T value = 0;
-    if (offset <= size_ && sizeof(T) <= size_ - offset) {
+    if (offset <= readable_ && sizeof(T) <= readable_ - offset) {
       std::memcpy(&value, data_ + offset, sizeof(T));
     }
     return value;
@@ -38,6 +42,7 @@ class ByteView {
  private:
   const char* data_;
   size_t size_;
+  size_t readable_;
 };
 
 }  // namespace util

@@ -3,9 +3,12 @@
 #include <curl/curl.h>
 
 #include <limits>
+#include <mutex>
+#include <new>
 #include <utility>
 
 #include "util/Log.h"
+#include "util/Thread.h"
 
 namespace hvn {
 namespace util {
@@ -14,7 +17,11 @@ namespace {
 constexpr char kStart[] = "hvn::Result hvn::util::HttpRequest::Start(hvn::util::Buffer&)";
 }  // namespace
 
-HttpRequest::HttpRequest() : curl_(curl_easy_init()) {}
+HttpRequest::HttpRequest() {
+  static Mutex mutex;  // libcurl's own first use is not safe for threads in every release
+  std::lock_guard<Mutex> lock(mutex);
+  curl_ = curl_easy_init();
+}
 
 HttpRequest::~HttpRequest() {
   if (curl_ != nullptr) curl_easy_cleanup(curl_);
@@ -76,9 +83,12 @@ void HttpRequest::FreeHeaders() {
 
 size_t HttpRequest::WriteFuntion(void* data, size_t size) {
   if (out_ == nullptr || size > std::numeric_limits<unsigned int>::max()) return 0;
-  const bool copied =
-      out_->Copy(static_cast<unsigned char*>(data), static_cast<unsigned int>(size));
-  return copied ? size : 0;
+  try {
+    const auto length = static_cast<unsigned int>(size);
+    return out_->Copy(static_cast<unsigned char*>(data), length) ? size : 0;
+  } catch (const std::bad_alloc&) {
+    return 0;  // no exception crosses libcurl; it reports the failed write
+  }
 }
 
 size_t HttpRequest::CurlWritefunction(void* data, size_t size, size_t nmemb, HttpRequest* self) {

@@ -49,7 +49,7 @@ EventDic::EventType EventTypeOf(uint16_t message_type) {
   return static_cast<EventDic::EventType>(EventDic::kEventNewLink + group * 3 + message_type % 4);
 }
 
-/// The first six bytes; those that the attribute does not hold are 00.
+/// The first six bytes. What is shorter, such as an IPv4 address, is followed by the bytes behind.
 std::string MacText(const ByteView& data) {
   char text[3 * kMacLength] = {};
   std::snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", data.Read<uint8_t>(0),
@@ -153,7 +153,7 @@ void NetworkMonitor::FdCallback(int fd, FdType /*type*/) {
     HUTIL_LOG(LOG_ERR, "%s %d: Cannot read data from Network monitor", kFdCallback, __LINE__);
     return;
   }
-  ByteView left(buffer, static_cast<size_t>(n));
+  ByteView left(buffer, static_cast<size_t>(n), sizeof(buffer));
   while (left.size() >= kHeaderSize) {
     const size_t length = left.Read<uint32_t>(offsetof(nlmsghdr, nlmsg_len));
     if (length < kHeaderSize || length > left.size()) return;
@@ -175,13 +175,15 @@ void NetworkMonitor::Dispatch(EventDic& event) {
 }
 
 void NetworkMonitor::SetCallback(void* owner, EventCallback callback) {
+  // The replaced callback goes with the argument, without the lock: what it owns may call back in.
   std::lock_guard<Mutex> lock(mutex_);
-  callbacks_[owner] = std::move(callback);
+  callbacks_[owner].swap(callback);
 }
 
 void NetworkMonitor::RemoveCallback(void* owner) {
+  decltype(callbacks_)::node_type removed;
   std::lock_guard<Mutex> lock(mutex_);
-  callbacks_.erase(owner);
+  removed = callbacks_.extract(owner);
 }
 
 }  // namespace util

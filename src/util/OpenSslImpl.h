@@ -21,7 +21,7 @@ namespace hvn {
 namespace util {
 
 /// What an SslWrapper forwards to: one OpenSSL context and one connection object per descriptor.
-/// Every operation leaves OpenSSL's error queue of its thread as it found it.
+/// No operation leaves errors of its own in OpenSSL's queue of its thread.
 class OpenSslImpl {
  public:
   OpenSslImpl(bool is_server, SslWrapper::Method method);

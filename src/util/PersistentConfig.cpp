@@ -34,7 +34,7 @@ bool StartsWith(std::string_view line, std::string_view prefix) {
 }
 
 /// `text` with the value of `prefix` replaced on each of its lines, or added at the end. False
-/// where the first of those lines holds it already.
+/// where a line holds it already.
 bool Rewrite(std::string_view text, const std::string& prefix, const std::string& value,
              std::string& output) {
   output.reserve(text.size() + prefix.size() + value.size() + 2);

@@ -26,7 +26,7 @@ bool IsNamed(int pid, const std::string& name) {
   const FilePtr file(std::fopen(("/proc/" + std::to_string(pid) + "/comm").c_str(), "r"));
   if (!file) return false;
   char text[256] = {};
-  if (std::fgets(text, sizeof(text), file.get()) == nullptr) return name.empty();
+  if (std::fgets(text, sizeof(text), file.get()) == nullptr) text[0] = '\0';
   const size_t length = std::strlen(text);
   if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
   return std::strcmp(text, name.c_str()) == 0;

@@ -68,7 +68,7 @@ void SocketServer::ReleaseLoop() {
 void SocketServer::SetNewClientCb(NewClientCallback cb) {
   if (protocol_ != kTcp) return;
   std::lock_guard<Mutex> lock(mutex_);
-  new_client_cb_ = std::move(cb);
+  new_client_cb_.swap(cb);  // the replaced one goes with the argument, without the lock
 }
 
 ssize_t SocketServer::SendTo(int fd, void* data, size_t size) {

@@ -22,9 +22,11 @@ constexpr char kFdCallback[] =
     "void hvn::util::SocketServerRunner::FdCallback(int, hvn::util::FdType)";
 constexpr uint32_t kRecvBufSize = 32768;
 
-bool IsReadable(int fd) {
+constexpr int kAcceptWaitMs = 100;
+
+bool WaitUntilReadable(int fd) {
   pollfd readable = {fd, POLLIN, 0};
-  return poll(&readable, 1, 0) == 1;
+  return poll(&readable, 1, kAcceptWaitMs) == 1;
 }
 
 }  // namespace
@@ -85,6 +87,10 @@ void SocketServerRunner::AddFd(Socket* server, int fd, std::string path) {
 
 void SocketServerRunner::RemoveFd(Socket* server, int fd) {
   std::lock_guard<Mutex> lock(mutex_);
+  RemoveLocked(server, fd);
+}
+
+void SocketServerRunner::RemoveLocked(const Socket* server, int fd) {
   for (ServerInfo& info : servers_) {
     if (info.server != server || info.clients.erase(fd) == 0) continue;
     fd_monitor_->Remove(fd, kRead);
@@ -104,7 +110,8 @@ void SocketServerRunner::FdCallback(int fd, FdType /*type*/) {
   } else if (!path.empty()) {
     ReceiveFromClient(server, fd, path);
   } else if (server->protocol() == Socket::kTcp) {
-    AcceptClient(server);
+    // An unnamed client's event comes here too, with nobody to accept: the wait is short.
+    if (fd == server->fd() || WaitUntilReadable(server->fd())) AcceptClient(server);
   } else if (server->protocol() == Socket::kUdp) {
     ReceiveOneDatagram(server, fd);
   }
@@ -123,9 +130,7 @@ Socket* SocketServerRunner::FindServer(int fd, std::string* path) {
   return nullptr;
 }
 
-/// Does not wait: an unnamed client's data comes here too, with nobody to accept.
 void SocketServerRunner::AcceptClient(Socket* server) {
-  if (!IsReadable(server->fd())) return;
   std::string path;
   const int client = server->Accept(path);
   HUTIL_LOG(LOG_DEBUG, "%s %d: server [%d:%s] accept client [%d:%s\n", kFdCallback, __LINE__,
@@ -135,7 +140,6 @@ void SocketServerRunner::AcceptClient(Socket* server) {
     AddFd(server, client, std::move(path));
     return;
   }
-  HUTIL_LOG(LOG_ERR, "%s %d: select cannot wait for fd [%d]\n", kFdCallback, __LINE__, client);
   shutdown(client, SHUT_RDWR);
   close(client);
 }
@@ -158,8 +162,10 @@ void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::st
   const ssize_t n = recv(fd, buffer.get(), recv_buf_size_, 0);
   if (n < 1) HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kFdCallback, __LINE__, errno);
   if (n == 0) {
+    std::lock_guard<Mutex> lock(
+        mutex_);  // one step: the number may be another client's right after
     close(fd);
-    RemoveFd(server, fd);
+    RemoveLocked(server, fd);
   }
   if (data_cb_ && n > 0) data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
 }

@@ -45,25 +45,19 @@ TimerService::TimerService() : ids_in_use_(kMaxTasks, false) {
   threads_.push_back(info.release());
 }
 
+/// The number is taken and the task listed in one step, or a late RemoveTask of the number's
+/// earlier task could free it in between.
 int TimerService::AddTask(long long interval_us, Callback callback, void* arg) {
   if (interval_us < 1 || !callback || threads_.empty()) return -1;
-  CbInfo task = {};
-  {
-    std::lock_guard<Mutex> lock(mutex_);
-    const auto free = std::find(ids_in_use_.begin(), ids_in_use_.end(), false);
-    if (free == ids_in_use_.end()) return -1;
-    *free = true;
-    task.id = static_cast<int>(free - ids_in_use_.begin());
-    task.serial = ++last_serial_;
-  }
-  task.interval_us = interval_us;
-  task.last_run_us = MonotonicUs();
-  task.callback = std::move(callback);
-  task.arg = arg;
-  const int id = task.id;
+  std::lock_guard<Mutex> lock(mutex_);
+  const auto free = std::find(ids_in_use_.begin(), ids_in_use_.end(), false);
+  if (free == ids_in_use_.end()) return -1;
+  *free = true;
+  const int id = static_cast<int>(free - ids_in_use_.begin());
   ThreadInfo* const worker = threads_.front();
-  std::lock_guard<Mutex> lock(worker->mutex);
-  worker->tasks.push_back(std::move(task));
+  std::lock_guard<Mutex> worker_lock(worker->mutex);
+  worker->tasks.push_back(
+      {id, 0, interval_us, MonotonicUs(), std::move(callback), arg, ++last_serial_});
   worker->grown = true;
   worker->condition.Signal();
   return id;
