@@ -14,7 +14,6 @@ namespace {
 
 using hutil_test::CertPath;
 using hutil_test::CountLogged;
-using hutil_test::Said;
 using hvn::util::Buffer;
 using hvn::util::OpenSslImpl;
 using hvn::util::SslWrapper;
@@ -60,7 +59,7 @@ TEST(OpenSslImpl, RefusedMethodLeavesNoContext) {
   OpenSslImpl impl(false, static_cast<SslWrapper::Method>(2));
   { OpenSslImpl other(true, SslWrapper::kTlsV1_2Alt); }
   EXPECT_EQ(OpenSslImpl::ref_cnt, before + 2);
-  EXPECT_TRUE(Said(LOG_ERR, function, "No suitable wolf method for %d\n", 2));
+  EXPECT_SAID(LOG_ERR, function, "No suitable wolf method for %d\n", 2);
   EXPECT_EQ(impl.SetRootCaFile(CertPath("ca.pem"), SslWrapper::kPem), hvn::kNotInitialized);
   EXPECT_EQ(impl.SetCertAndKeyFile("", "", SslWrapper::kPem, SslWrapper::kPem),
             hvn::kNotInitialized);
@@ -81,21 +80,19 @@ TEST(OpenSslImpl, SetUpReportsWhatOpenSslRefuses) {
       "hvn::util::SslWrapper::FileType, hvn::util::SslWrapper::FileType)";
   OpenSslImpl impl(true, SslWrapper::kTlsV1_2);
   EXPECT_TRUE(impl.SetCipherLists({"AES128-SHA", "AES256-SHA"}));
-  EXPECT_TRUE(
-      Said(LOG_DEBUG, ciphers, "Success to set cipher lists [%s]\n", "AES128-SHA:AES256-SHA"));
+  EXPECT_SAID(LOG_DEBUG, ciphers, "Success to set cipher lists [%s]\n", "AES128-SHA:AES256-SHA");
   EXPECT_FALSE(impl.SetCipherLists({"nonsense"}));
-  EXPECT_TRUE(Said(LOG_ERR, ciphers, "ERROR: failed to set cipher lists [%s]\n", "nonsense"));
+  EXPECT_SAID(LOG_ERR, ciphers, "ERROR: failed to set cipher lists [%s]\n", "nonsense");
   EXPECT_THROW(impl.SetCipherLists({}), std::length_error);
 
   for (const char* file : {"ca.pem", "ca-bundle.pem"}) {
     EXPECT_EQ(impl.SetRootCaFile(CertPath(file), SslWrapper::kPem), hvn::kSuccess);
-    EXPECT_TRUE(Said(LOG_DEBUG, roots, "SUCCESS to load root_ca %s\n", CertPath(file).c_str()));
+    EXPECT_SAID(LOG_DEBUG, roots, "SUCCESS to load root_ca %s\n", CertPath(file).c_str());
   }
   EXPECT_EQ(impl.SetRootCaFile("/nowhere", SslWrapper::kPem), hvn::kFailure);
-  EXPECT_TRUE(
-      Said(LOG_ERR, roots, "ERROR: failed to load %s, please check the file.\n", "/nowhere"));
+  EXPECT_SAID(LOG_ERR, roots, "ERROR: failed to load %s, please check the file.\n", "/nowhere");
   EXPECT_EQ(impl.SetRootCaFile(CertPath("ca.pem"), SslWrapper::kUnknown), hvn::kFailure);
-  EXPECT_TRUE(Said(LOG_ERR, roots, "Unsupported file type"));
+  EXPECT_SAID(LOG_ERR, roots, "Unsupported file type");
   hutil_test::ClearLogs();
   EXPECT_EQ(impl.SetRootCaFile(CertPath("ca.der"), SslWrapper::kDer), hvn::kSuccess);
   EXPECT_EQ(impl.SetRootCaFile(CertPath("ca.pem"), SslWrapper::kDer), hvn::kFailure);
@@ -111,7 +108,7 @@ TEST(OpenSslImpl, SetUpReportsWhatOpenSslRefuses) {
       impl.SetCertAndKeyFile(CertPath("server.pem"), "/key", SslWrapper::kPem, SslWrapper::kPem),
       hvn::kFailure);
   for (const char* file : {"/cert", "/key"}) {
-    EXPECT_TRUE(Said(LOG_ERR, certs, "ERROR: failed to load %s, please check the file.\n", file));
+    EXPECT_SAID(LOG_ERR, certs, "ERROR: failed to load %s, please check the file.\n", file);
   }
   EXPECT_EQ(ERR_peek_error(), 0U);
 }
@@ -169,7 +166,7 @@ TEST(OpenSslImpl, MessagesCrossAndAClosedPeerReadsAsZero) {
     ASSERT_TRUE(Handshake(server, client, pair));
     EXPECT_EQ(CountLogged("%s %d: priotify [%d] cipher list [%s]\n"), 10);
     EXPECT_FALSE(client.Connect(pair.fds[1]) || server.Accept(server_fd));
-    EXPECT_TRUE(Said(LOG_ERR, connect, "\n"));
+    EXPECT_SAID(LOG_ERR, connect, "\n");
     EXPECT_FALSE(client.Accept(pair.fds[1]) || server.Connect(server_fd));
 
     EXPECT_EQ(client.Send(pair.fds[1], "hello", 5), 5);
@@ -182,8 +179,8 @@ TEST(OpenSslImpl, MessagesCrossAndAClosedPeerReadsAsZero) {
     const size_t too_much = size_t{INT_MAX} + 1;
     EXPECT_EQ(client.Send(pair.fds[1], buffer, too_much), -1);
     EXPECT_EQ(client.Recv(pair.fds[1], buffer, too_much), -1);
-    EXPECT_TRUE(Said(LOG_ERR, "ssize_t hvn::util::OpenSslImpl::Recv(int, void*, size_t)",
-                     "size %zd rs %zd\n", static_cast<ssize_t>(too_much), ssize_t{-1}));
+    EXPECT_SAID(LOG_ERR, "ssize_t hvn::util::OpenSslImpl::Recv(int, void*, size_t)",
+                "size %zd rs %zd\n", static_cast<ssize_t>(too_much), ssize_t{-1});
   }
   EXPECT_EQ(server.Recv(server_fd, buffer, sizeof(buffer)), 0);  // its close-notify
   EXPECT_TRUE(server.RemoveClient(server_fd));
@@ -192,7 +189,7 @@ TEST(OpenSslImpl, MessagesCrossAndAClosedPeerReadsAsZero) {
   EXPECT_EQ(server.Send(server_fd, buffer, 1), -1);
   for (const char* function : {"ssize_t hvn::util::OpenSslImpl::Recv(int, void*, size_t)",
                                "ssize_t hvn::util::OpenSslImpl::Send(int, const void*, size_t)"}) {
-    EXPECT_TRUE(Said(LOG_ERR, function, "NO ssl instanace for fd [%d]\n", server_fd));
+    EXPECT_SAID(LOG_ERR, function, "NO ssl instanace for fd [%d]\n", server_fd);
   }
   EXPECT_EQ(ERR_peek_error(), 0U);
 }
@@ -202,8 +199,7 @@ TEST(OpenSslImpl, FailedHandshakesLeaveNothingBehind) {
   OpenSslImpl client(false, SslWrapper::kTlsV1_2);
   const Pair pair;
   EXPECT_FALSE(Handshake(server, client, pair));
-  EXPECT_TRUE(
-      Said(LOG_ERR, "bool hvn::util::OpenSslImpl::Connect(int)", "Cannot connect to SSL\n"));
+  EXPECT_SAID(LOG_ERR, "bool hvn::util::OpenSslImpl::Connect(int)", "Cannot connect to SSL\n");
   EXPECT_FALSE(server.RemoveClient(pair.fds[0]) || client.RemoveClient(pair.fds[1]));
   EXPECT_FALSE(client.Connect(-1) || server.Accept(-1));
   EXPECT_EQ(ERR_peek_error(), 0U);
@@ -240,12 +236,11 @@ TEST(SslWrapper, ForwardsAndTracesItsConfiguration) {
       "hvn::util::SslWrapper::SslWrapper(bool, hvn::util::SslWrapper::Method)";
   SslWrapper server(true, SslWrapper::kTlsV1_2Alt);
   SslWrapper client(false, SslWrapper::kTlsV1_2);
-  EXPECT_TRUE(Said(LOG_DEBUG, constructor, "Ssl method selected as [%d]\n", 5));
+  EXPECT_SAID(LOG_DEBUG, constructor, "Ssl method selected as [%d]\n", 5);
   EXPECT_TRUE(client.SetCipherLists({"AES128-SHA", "AES256-SHA"}));
-  EXPECT_TRUE(
-      Said(LOG_DEBUG,
-           "bool hvn::util::SslWrapper::SetCipherLists(std::vector<std::basic_string<char> >)",
-           "cipher lists [%s]\n", "AES128-SHA:AES256-SHA:"));
+  EXPECT_SAID(LOG_DEBUG,
+              "bool hvn::util::SslWrapper::SetCipherLists(std::vector<std::basic_string<char> >)",
+              "cipher lists [%s]\n", "AES128-SHA:AES256-SHA:");
   ASSERT_EQ(server.SetCertAndKeyFile(CertPath("server.pem"), CertPath("server-key.pem"),
                                      SslWrapper::kPem, SslWrapper::kPem),
             hvn::kSuccess);

@@ -21,7 +21,6 @@ using hutil_test::CountLogged;
 using hutil_test::FailNext;
 using hutil_test::Fault;
 using hutil_test::RawClient;
-using hutil_test::Said;
 using hutil_test::WaitFor;
 using hvn::util::Socket;
 using hvn::util::SocketClient;
@@ -99,8 +98,8 @@ TEST(SocketServer, ClientIsServedFromItsArrivalToItsClose) {
   EXPECT_EQ(newcomer, echo.client());
   const std::string path = "127.0.0.1:" + std::to_string(hutil_test::LocalPort(client.fd()));
   EXPECT_EQ(echo.from(), path);
-  EXPECT_TRUE(Said(LOG_DEBUG, kFdCallback, "add fd [%d] path [%s] server path [%s] proto [%s]\n",
-                   newcomer.load(), path.c_str(), "127.0.0.1", "tcp"));
+  EXPECT_SAID(LOG_DEBUG, kFdCallback, "add fd [%d] path [%s] server path [%s] proto [%s]\n",
+              newcomer.load(), path.c_str(), "127.0.0.1", "tcp");
   echo.server().AddFd(newcomer, "another path");  // changes nothing
   const std::string pieces(20000, 'x');           // more than one read's worth
   ASSERT_TRUE(client.Send(pieces));
@@ -108,8 +107,8 @@ TEST(SocketServer, ClientIsServedFromItsArrivalToItsClose) {
   EXPECT_EQ(echo.from(), path);
   client.Close();
   ASSERT_TRUE(hutil_test::WaitForLog("%s %d: remove fd [%d] path [%s]\n", 2000));
-  EXPECT_TRUE(Said(LOG_DEBUG, "void hvn::util::SocketServer::RemoveFd(int)",
-                   "remove fd [%d] path [%s]\n", newcomer.load(), path.c_str()));
+  EXPECT_SAID(LOG_DEBUG, "void hvn::util::SocketServer::RemoveFd(int)",
+              "remove fd [%d] path [%s]\n", newcomer.load(), path.c_str());
   char byte = 'x';
   EXPECT_EQ(echo.server().SendTo(newcomer, &byte, 1), -1);
   EXPECT_EQ(CountLogged("%s %d: errno [%d]\n"), 0);
@@ -120,16 +119,16 @@ TEST(SocketServer, FailuresOfOneClientLeaveTheOthersServed) {
   FailNext(Call::kAccept4, EMFILE);
   RawClient first(echo.port());
   ASSERT_TRUE(hutil_test::WaitForLog("%s %d: \n", 2000));
-  EXPECT_TRUE(Said(LOG_ERR, kFdCallback, "\n"));
-  EXPECT_TRUE(Said(LOG_DEBUG, kFdCallback, "add fd [%d] path [%s] server path [%s] proto [%s]\n",
-                   -1, "", "127.0.0.1", "tcp"));
+  EXPECT_SAID(LOG_ERR, kFdCallback, "\n");
+  EXPECT_SAID(LOG_DEBUG, kFdCallback, "add fd [%d] path [%s] server path [%s] proto [%s]\n", -1, "",
+              "127.0.0.1", "tcp");
   ASSERT_TRUE(first.Send("a"));
   EXPECT_EQ(first.Recv(1), "a");
   RawClient second(echo.port());
   FailNext(Call::kRecv, ECONNRESET);
   ASSERT_TRUE(first.Send("b"));
   EXPECT_TRUE(first.ClosedByPeer());
-  EXPECT_TRUE(Said(LOG_ERR, kFdCallback, "errno [%d]\n", ECONNRESET));
+  EXPECT_SAID(LOG_ERR, kFdCallback, "errno [%d]\n", ECONNRESET);
   ASSERT_TRUE(second.Send("c"));
   EXPECT_EQ(second.Recv(1), "c");
   second.Close();
@@ -139,7 +138,7 @@ TEST(SocketServer, FailuresOfOneClientLeaveTheOthersServed) {
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
   EXPECT_EQ(write(pair[1], "stray", 5), 5);
   echo.server().FdCallback(pair[0], hvn::util::kRead);
-  EXPECT_TRUE(Said(LOG_ERR, kFdCallback, "Unknown client fd [%d]\n", pair[0]));
+  EXPECT_SAID(LOG_ERR, kFdCallback, "Unknown client fd [%d]\n", pair[0]);
   char byte;
   EXPECT_EQ(recv(pair[0], &byte, 1, MSG_DONTWAIT), -1);  // drained
   close(pair[0]);
@@ -165,7 +164,7 @@ TEST(SocketServer, DatagramsNameTheirSenders) {
   FailNext(Call::kRecvFrom, EIO);
   ASSERT_EQ(sender.SendTo(echo.dest(), "y", 1), 1);
   ASSERT_TRUE(echo.Got("pingxy"));
-  EXPECT_TRUE(Said(LOG_ERR, kFdCallback, "fd [%d] recvfrom errno [%d]\n", echo.server().fd(), EIO));
+  EXPECT_SAID(LOG_ERR, kFdCallback, "fd [%d] recvfrom errno [%d]\n", echo.server().fd(), EIO);
 
   const hutil_test::TempDir dir;
   Echo local(dir / "server", Socket::kUdp, Socket::kUnix);
@@ -215,7 +214,7 @@ TEST(SocketServer, FailedHandshakeIsClosedAndNeverAnnounced) {
   EXPECT_TRUE(stranger.Send("GET / HTTP/1.0\r\n\r\n"));
   EXPECT_TRUE(stranger.ClosedByPeer());
   EXPECT_TRUE(hutil_test::WaitForLog("%s %d: \n", 2000));
-  EXPECT_TRUE(Said(LOG_ERR, kFdCallback, "\n"));
+  EXPECT_SAID(LOG_ERR, kFdCallback, "\n");
 }
 
 // A daemon that stops must not hang on a peer that says nothing, nor on one that does not read.
@@ -307,18 +306,18 @@ TEST(SocketClient, UnconnectedClientsCannotSend) {
   Echo echo("127.0.0.1", Socket::kUdp);
   SocketClient datagram("", Socket::kUdp, Socket::kIpv4, echo.dest(), {});
   SocketClient refused("", Socket::kTcp, Socket::kIpv4, "127.0.0.1;1", Within2Seconds());
-  EXPECT_TRUE(Said(LOG_DEBUG,
-                   "hvn::util::SocketClient::SocketClient(std::string, "
-                   "hvn::util::Socket::Protocol, hvn::util::Socket::Domain, std::string, "
-                   "hvn::util::SocketClient::SocketClientOption)",
-                   "connect_timeout_us %d\n", 2000000));
+  EXPECT_SAID(LOG_DEBUG,
+              "hvn::util::SocketClient::SocketClient(std::string, "
+              "hvn::util::Socket::Protocol, hvn::util::Socket::Domain, std::string, "
+              "hvn::util::SocketClient::SocketClientOption)",
+              "connect_timeout_us %d\n", 2000000);
   EXPECT_EQ(CountLogged("%s %d: connect_timeout_us %d\n"), 1);
   for (SocketClient* client : {&datagram, &refused}) {
     EXPECT_FALSE(client->is_connected());
     EXPECT_EQ(client->Send(std::string("x")), -1);
   }
-  EXPECT_TRUE(Said(LOG_ERR, "ssize_t hvn::util::SocketClient::Send(const void*, size_t)",
-                   "Cannot Send without connection\n"));
+  EXPECT_SAID(LOG_ERR, "ssize_t hvn::util::SocketClient::Send(const void*, size_t)",
+              "Cannot Send without connection\n");
   EXPECT_EQ(datagram.SendTo(echo.dest(), std::string("addressed")), 9);
   EXPECT_TRUE(echo.Got("addressed"));
 }

@@ -24,7 +24,6 @@ using hutil_test::FailWithResult;
 using hutil_test::Fault;
 using hutil_test::kAlways;
 using hutil_test::Logged;
-using hutil_test::Said;
 using hvn::util::Socket;
 
 const Socket::SocketOption kDefault;
@@ -82,10 +81,10 @@ TEST(Socket, PathGrammarIsExact) {
   }
   const char function[] =
       "hvn::Result hvn::util::Socket::GetIpAndPortByPath(std::string, std::string&, int&)";
-  EXPECT_TRUE(Said(LOG_DEBUG, function, "IP address only %s\n", ""));
-  EXPECT_TRUE(Said(LOG_DEBUG, function, "domain_ %d path %s ip %s port %d\n", 2, "fe80::1;5000",
-                   "fe80::1", 5000));
-  EXPECT_TRUE(Said(LOG_ERR, function, "Socket path should be [IP] or [PORT] or [IP;PORT]"));
+  EXPECT_SAID(LOG_DEBUG, function, "IP address only %s\n", "");
+  EXPECT_SAID(LOG_DEBUG, function, "domain_ %d path %s ip %s port %d\n", 2, "fe80::1;5000",
+              "fe80::1", 5000);
+  EXPECT_SAID(LOG_ERR, function, "Socket path should be [IP] or [PORT] or [IP;PORT]");
   EXPECT_EQ(CountLogged("%s %d: Socket path should be [IP] or [PORT] or [IP;PORT]"), 2);
 }
 
@@ -98,14 +97,14 @@ TEST(Socket, Ipv4PathBindsItsAddressToAnEphemeralPort) {
     EXPECT_EQ(address.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
     EXPECT_NE(ntohs(address.sin_port), 8080);
     const int fd = socket.fd();
-    EXPECT_TRUE(Said(LOG_DEBUG, kInit, "ret [%d] fd [%d] SO_SNDBUF [%d]\n", 0, fd, 10000));
-    EXPECT_TRUE(Said(LOG_DEBUG, kInit, "ret [%d] fd [%d] SO_RCVBUF [%d]\n", 0, fd, 12000));
-    EXPECT_TRUE(Said(LOG_DEBUG, kInit, "ret [%d] fd [%d] SO_LINGER [%d:%d]\n", 0, fd, 1, 0));
-    EXPECT_TRUE(Said(LOG_DEBUG, kInit, "path_ %s\n", "127.0.0.1;8080"));
-    EXPECT_TRUE(Said(LOG_DEBUG, kInit, "multicast_ip [%s] ip [%s] port [%d] s_addr 0x%x\n", "",
-                     "127.0.0.1", 8080, 0x100007fU));
-    EXPECT_TRUE(
-        Said(LOG_INFO, kInit, "success to make socket fd [%d] path [%s]\n", fd, "127.0.0.1;8080"));
+    EXPECT_SAID(LOG_DEBUG, kInit, "ret [%d] fd [%d] SO_SNDBUF [%d]\n", 0, fd, 10000);
+    EXPECT_SAID(LOG_DEBUG, kInit, "ret [%d] fd [%d] SO_RCVBUF [%d]\n", 0, fd, 12000);
+    EXPECT_SAID(LOG_DEBUG, kInit, "ret [%d] fd [%d] SO_LINGER [%d:%d]\n", 0, fd, 1, 0);
+    EXPECT_SAID(LOG_DEBUG, kInit, "path_ %s\n", "127.0.0.1;8080");
+    EXPECT_SAID(LOG_DEBUG, kInit, "multicast_ip [%s] ip [%s] port [%d] s_addr 0x%x\n", "",
+                "127.0.0.1", 8080, 0x100007fU);
+    EXPECT_SAID(LOG_INFO, kInit, "success to make socket fd [%d] path [%s]\n", fd,
+                "127.0.0.1;8080");
     closed = "success to close socket [127.0.0.1;8080] fd " + N(fd) + "\n";
   }
   EXPECT_TRUE(Logged(LOG_INFO, "success to close socket [%s] fd %d\n", closed));
@@ -116,16 +115,16 @@ TEST(Socket, Ipv6PathBindsAddressAndPort) {
   Probe socket("::1;5000", Socket::kUdp, Socket::kIpv6, kDefault);
   const auto local = socket.Local();
   EXPECT_EQ(reinterpret_cast<const sockaddr_in6&>(local).sin6_port, htons(5000));
-  EXPECT_TRUE(Said(LOG_DEBUG, kInit, "ip %s port %d\n", "::1", 5000));
+  EXPECT_SAID(LOG_DEBUG, kInit, "ip %s port %d\n", "::1", 5000);
   Socket mixed("1.2.3.4;80", Socket::kUdp, Socket::kIpv6, kDefault);
   EXPECT_EQ(mixed.fd(), -1);
-  EXPECT_TRUE(Said(LOG_ERR, kInit, "inet_pton error %s\n", "1.2.3.4"));
+  EXPECT_SAID(LOG_ERR, kInit, "inet_pton error %s\n", "1.2.3.4");
   Socket taken("::1;5000", Socket::kTcp, Socket::kIpv6, kDefault);
   Socket second("::1;5000", Socket::kUdp, Socket::kIpv6, kDefault);
   EXPECT_GE(second.fd(), 0);  // SO_REUSEADDR
   Socket foreign("2001:db8::1;80", Socket::kTcp, Socket::kIpv6, kDefault);
   EXPECT_EQ(foreign.fd(), -1);
-  EXPECT_TRUE(Said(LOG_ERR, kInit, "bind errno [%d] path [%s]\n", EADDRNOTAVAIL, "2001:db8::1;80"));
+  EXPECT_SAID(LOG_ERR, kInit, "bind errno [%d] path [%s]\n", EADDRNOTAVAIL, "2001:db8::1;80");
 }
 
 TEST(Socket, SetUpFailuresAreLoggedAndLeaveNoDescriptor) {
@@ -145,7 +144,7 @@ TEST(Socket, SetUpFailuresAreLoggedAndLeaveNoDescriptor) {
   }
   Socket unbound("", Socket::kTcp, Socket::kIpv4, kDefault);
   EXPECT_GE(unbound.fd(), 0);
-  EXPECT_TRUE(Said(LOG_DEBUG, kInit, "no path specified\n"));
+  EXPECT_SAID(LOG_DEBUG, kInit, "no path specified\n");
 }
 
 TEST(Socket, UnixPathReplacesAStaleFileAndRemovesItsOwn) {
@@ -162,15 +161,13 @@ TEST(Socket, UnixPathReplacesAStaleFileAndRemovesItsOwn) {
   ASSERT_EQ(longest.size(), 108U);
   EXPECT_GE(Socket(longest, Socket::kUdp, Socket::kUnix, kDefault).fd(), 0);
   EXPECT_EQ(Socket(longest + "x", Socket::kUdp, Socket::kUnix, kDefault).fd(), -1);
-  EXPECT_TRUE(
-      Said(LOG_ERR, kInit, "bind errno [%d] path [%s]\n", ENAMETOOLONG, (longest + "x").c_str()));
+  EXPECT_SAID(LOG_ERR, kInit, "bind errno [%d] path [%s]\n", ENAMETOOLONG, (longest + "x").c_str());
 }
 
 TEST(Socket, AbstractNamesAreReachableAndPrintedWithoutTheirNul) {
   const std::string name("\0svc", 4);
   Socket server(name, Socket::kUdp, Socket::kUnix, kDefault);
-  EXPECT_TRUE(
-      Said(LOG_INFO, kInit, "success to make socket fd [%d] path [%s]\n", server.fd(), "svc"));
+  EXPECT_SAID(LOG_INFO, kInit, "success to make socket fd [%d] path [%s]\n", server.fd(), "svc");
   Socket client("", Socket::kUdp, Socket::kUnix, kDefault);
   EXPECT_EQ(client.SendTo(name, std::string("hello")), 5);
   char buffer[8] = {};
@@ -190,7 +187,7 @@ TEST(Socket, NetlinkSocketsHearAllRouteGroupsButNeighboursUnderPortsOfTheirOwn) 
   const auto local = first.Local();
   EXPECT_EQ(reinterpret_cast<const sockaddr_nl&>(local).nl_groups, 0xFFBU);
   EXPECT_EQ(first.Connect("anywhere", 0), hvn::kFailure);
-  EXPECT_TRUE(Said(LOG_DEBUG, kConnect, "dest [%s]\n", "anywhere"));
+  EXPECT_SAID(LOG_DEBUG, kConnect, "dest [%s]\n", "anywhere");
   std::string path;
   EXPECT_EQ(first.Accept(path), 0);
   EXPECT_TRUE(Logged(LOG_ERR, "%s %d: unknown socket domain [%d]\n",
@@ -205,20 +202,19 @@ TEST(Socket, PathThatStartsWithALetterBindsToADevice) {
   ASSERT_EQ(getsockopt(bound.fd(), SOL_SOCKET, SO_BINDTODEVICE, name, &length), 0);
   EXPECT_STREQ(name, "hutil0");
   const int fd = bound.fd();
-  EXPECT_TRUE(
-      Said(LOG_DEBUG, function, "Success to bind socket %d to interface %s\n", fd, "hutil0"));
+  EXPECT_SAID(LOG_DEBUG, function, "Success to bind socket %d to interface %s\n", fd, "hutil0");
   EXPECT_EQ(Socket("nowhere0", Socket::kUdp, Socket::kIpv6, kDefault).fd(), -1);
-  EXPECT_TRUE(Said(LOG_ERR, function, "There's no interface named %s\n", "nowhere0"));
+  EXPECT_SAID(LOG_ERR, function, "There's no interface named %s\n", "nowhere0");
   EXPECT_FALSE(Socket(-1, Socket::kUdp, Socket::kIpv4).BindToDevice("lo"));
-  EXPECT_TRUE(Said(LOG_ERR, function, "No fd\n"));
+  EXPECT_SAID(LOG_ERR, function, "No fd\n");
   FailNext(Call::kGetIfAddrs, ENOMEM);
   EXPECT_FALSE(bound.BindToDevice("lo"));
-  EXPECT_TRUE(Said(LOG_ERR, function, "No available interface"));
+  EXPECT_SAID(LOG_ERR, function, "No available interface");
   FailNext(Call::kIoctl, EIO);
   FailNext(Call::kSetSockOpt, EPERM);
   EXPECT_FALSE(bound.BindToDevice("lo"));
-  EXPECT_TRUE(Said(LOG_WARNING, function, "fd [%d] SIOCGIFINDEX errno [%d]\n", fd, EIO));
-  EXPECT_TRUE(Said(LOG_ERR, function, "Cannot bind socket %d to device %s\n", fd, "lo"));
+  EXPECT_SAID(LOG_WARNING, function, "fd [%d] SIOCGIFINDEX errno [%d]\n", fd, EIO);
+  EXPECT_SAID(LOG_ERR, function, "Cannot bind socket %d to device %s\n", fd, "lo");
 }
 
 TEST(Socket, SettersReportRefusals) {
@@ -280,11 +276,11 @@ TEST(Socket, ConnectReportsSuccessRefusalAndTimeOut) {
   Probe client("", Socket::kTcp, Socket::kIpv4, kDefault);
   EXPECT_EQ(client.Connect(dest, 2500000), hvn::kSuccess);
   EXPECT_TRUE(client.is_connected() && !client.IsNonBlocking());
-  EXPECT_TRUE(Said(LOG_DEBUG, kConnect, "timeout sec %ld usec %ld\n", 2L, 500000L));
-  EXPECT_TRUE(Said(LOG_DEBUG, kConnect, "sock_ret %d so_error %d\n", 0, 0));
-  EXPECT_TRUE(Said(LOG_DEBUG, kConnect, "con_ret %d sel_ret %d\n", 0, 0));
-  EXPECT_TRUE(Said(LOG_DEBUG, kConnect, "[%s] success to connect [%s] fd %d\n", "", dest.c_str(),
-                   client.fd()));
+  EXPECT_SAID(LOG_DEBUG, kConnect, "timeout sec %ld usec %ld\n", 2L, 500000L);
+  EXPECT_SAID(LOG_DEBUG, kConnect, "sock_ret %d so_error %d\n", 0, 0);
+  EXPECT_SAID(LOG_DEBUG, kConnect, "con_ret %d sel_ret %d\n", 0, 0);
+  EXPECT_SAID(LOG_DEBUG, kConnect, "[%s] success to connect [%s] fd %d\n", "", dest.c_str(),
+              client.fd());
   std::string path;
   const int peer = server.Accept(path);
   EXPECT_EQ(path, "127.0.0.1:" + N(hutil_test::LocalPort(client.fd())));
@@ -294,7 +290,7 @@ TEST(Socket, ConnectReportsSuccessRefusalAndTimeOut) {
   Probe silent("", Socket::kTcp, Socket::kIpv4, kDefault);
   EXPECT_EQ(silent.Connect("10.77.0.99;1", 100000), hvn::kFailure);  // nobody has the address
   EXPECT_FALSE(silent.is_connected() || silent.IsNonBlocking());
-  EXPECT_TRUE(Said(LOG_DEBUG, kConnect, "con_ret %d sel_ret %d\n", -1, 0));
+  EXPECT_SAID(LOG_DEBUG, kConnect, "con_ret %d sel_ret %d\n", -1, 0);
 }
 
 // During the wait a refusal shows in both sets, and the first look at it clears it.
@@ -302,23 +298,23 @@ TEST(Socket, RefusalIsAFailureWheneverItComes) {
   Probe waiting("", Socket::kTcp, Socket::kIpv4, kDefault);
   EXPECT_EQ(waiting.Connect("127.0.0.1;1", 1000000), hvn::kFailure);
   EXPECT_FALSE(waiting.is_connected() || waiting.IsNonBlocking());
-  EXPECT_TRUE(Said(LOG_DEBUG, kConnect, "sock_ret %d so_error %d\n", 0, ECONNREFUSED));
+  EXPECT_SAID(LOG_DEBUG, kConnect, "sock_ret %d so_error %d\n", 0, ECONNREFUSED);
   EXPECT_EQ(CountLogged("%s %d: sock_ret %d so_error %d\n"), 2);
 
   Probe at_once("", Socket::kTcp, Socket::kUnix, kDefault);
   EXPECT_EQ(at_once.Connect("/nowhere", 1000000), hvn::kFailure);
   EXPECT_TRUE(at_once.IsNonBlocking());
-  EXPECT_TRUE(Said(LOG_DEBUG, kConnect, "con_ret %d errno %d\n", -1, ENOENT));
+  EXPECT_SAID(LOG_DEBUG, kConnect, "con_ret %d errno %d\n", -1, ENOENT);
   Socket other("", Socket::kTcp, Socket::kIpv6, kDefault);
   EXPECT_EQ(other.Connect("1.2.3.4;80", 0), hvn::kInvalidArgument);
-  EXPECT_TRUE(Said(LOG_ERR, kConnect, "inet_pton error %s\n", "1.2.3.4"));
+  EXPECT_SAID(LOG_ERR, kConnect, "inet_pton error %s\n", "1.2.3.4");
 }
 
 TEST(Socket, ConnectToAGroupJoinsItAndNeverFails) {
   Socket member("", Socket::kUdp, Socket::kIpv4, kDefault);
   FailNext(Call::kSetSockOpt, ENODEV);
   EXPECT_EQ(member.Connect("239.1.2.3;5000", 0), hvn::kSuccess);
-  EXPECT_TRUE(Said(LOG_ERR, kConnect, "Cannot join multicast on [%s]\n", "239.1.2.3"));
+  EXPECT_SAID(LOG_ERR, kConnect, "Cannot join multicast on [%s]\n", "239.1.2.3");
   FailWithResult(Call::kSetSockOpt, 0, 0);  // the namespace has no route to the group
   EXPECT_EQ(member.Connect("239.1.2.3;5000", 0), hvn::kSuccess);
   EXPECT_TRUE(Logged(LOG_INFO, "success to join multicast on [%s]\n",
@@ -337,10 +333,10 @@ TEST(Socket, DescriptorSendTriesTenMoreTimes) {
   FailNext(Call::kSend, EAGAIN, 11);
   EXPECT_EQ(socket.Send(payload, 7), -EAGAIN);
   EXPECT_EQ(hutil_test::Sleeps(), std::vector<unsigned>(10, 100000));
-  EXPECT_TRUE(Said(LOG_ERR, function, "errno [%d] exceed max_try_cnt [%d]\n", 11, 10));
-  EXPECT_TRUE(Said(LOG_DEBUG, function,
-                   "socket send errno [%d] try one more time try_cnt [%d] max_try_cnt [%d]\n", 11,
-                   10, 10));
+  EXPECT_SAID(LOG_ERR, function, "errno [%d] exceed max_try_cnt [%d]\n", 11, 10);
+  EXPECT_SAID(LOG_DEBUG, function,
+              "socket send errno [%d] try one more time try_cnt [%d] max_try_cnt [%d]\n", 11, 10,
+              10);
 
   // Each retry steps back by one byte; a short count goes on from where it ended.
   FailWithResult(Call::kSend, 3, 0);
@@ -353,7 +349,7 @@ TEST(Socket, DescriptorSendTriesTenMoreTimes) {
   FailWithResult(Call::kSend, 3, 0);
   FailNext(Call::kSend, EIO, 1);
   EXPECT_EQ(socket.Send(payload, 7), 3);
-  EXPECT_TRUE(Said(LOG_ERR, function, "errno [%d]\n", 5));
+  EXPECT_SAID(LOG_ERR, function, "errno [%d]\n", 5);
   FailNext(Call::kSend, EIO);
   EXPECT_EQ(socket.Send(std::string("x")), -EIO);
   const int calls = CallCount(Call::kSend);
@@ -375,11 +371,10 @@ TEST(Socket, AddressedSendTriesAgainWithoutAPause) {
   EXPECT_EQ(client.SendTo(dest, text, 3), 3);
   EXPECT_TRUE(hutil_test::Sleeps().empty());
   EXPECT_EQ(CountLogged("%s %d: errno [%d] send ret [%zd] try one more time\n"), 20);
-  EXPECT_TRUE(
-      Said(LOG_ERR, function, "errno [%d] send ret [%zd] try one more time\n", 11, ssize_t{-1}));
+  EXPECT_SAID(LOG_ERR, function, "errno [%d] send ret [%zd] try one more time\n", 11, ssize_t{-1});
   FailNext(Call::kSendTo, ENETDOWN);
   EXPECT_EQ(client.SendTo(dest, std::string("abc")), 0);
-  EXPECT_TRUE(Said(LOG_ERR, function, "errno [%d] cannot send data to [%s]\n", 100, dest.c_str()));
+  EXPECT_SAID(LOG_ERR, function, "errno [%d] cannot send data to [%s]\n", 100, dest.c_str());
   EXPECT_EQ(client.SendTo("80a", std::string("abc")), -1);
 
   Probe any("::;7000", Socket::kUdp, Socket::kIpv6, kDefault);
@@ -398,21 +393,21 @@ TEST(Socket, ReceiveReportsTimeOutsClosesAndBadArguments) {
   char buffer[8];
   errno = 0;
   EXPECT_EQ(socket.RecvTimedWait(buffer, sizeof(buffer), 20000, 0), -ETIME);
-  EXPECT_TRUE(Said(LOG_ERR, timed, "res [%d] errno [%d]\n", 0, 0));
+  EXPECT_SAID(LOG_ERR, timed, "res [%d] errno [%d]\n", 0, 0);
   FailNext(Call::kSelect, EINTR);
   EXPECT_EQ(socket.RecvTimedWait(buffer, sizeof(buffer), UINT64_MAX, 0), -EINTR);
   EXPECT_EQ(socket.Recv(nullptr, 1, 0), -1);
-  EXPECT_TRUE(Said(LOG_ERR, function, "Receive buffer is null\n"));
+  EXPECT_SAID(LOG_ERR, function, "Receive buffer is null\n");
   close(pair[1]);
   EXPECT_EQ(socket.RecvTimedWait(buffer, sizeof(buffer), UINT64_MAX, 0), 0);
   EXPECT_EQ(CountLogged("%s %d: errno %d rs [%zd]\n"), 1);
   FailNext(Call::kRecv, EIO);
   EXPECT_EQ(socket.Recv(buffer, sizeof(buffer), 0), -1);
-  EXPECT_TRUE(Said(LOG_ERR, function, "errno %d rs [%zd]\n", 5, ssize_t{-1}));
+  EXPECT_SAID(LOG_ERR, function, "errno %d rs [%zd]\n", 5, ssize_t{-1});
   close(pair[0]);
   Socket none(-1, Socket::kTcp, Socket::kIpv4);
   EXPECT_EQ(none.Recv(buffer, 1, 0), -1);
-  EXPECT_TRUE(Said(LOG_ERR, function, "Invalid fd_ %d\n", -1));
+  EXPECT_SAID(LOG_ERR, function, "Invalid fd_ %d\n", -1);
   EXPECT_EQ(none.RecvTimedWait(buffer, 1, 0, 0), -1);
   EXPECT_EQ(none.Connect("127.0.0.1;1", 0), hvn::kFailure);
 }
@@ -473,9 +468,9 @@ TEST(Socket, TcpFiguresGoToTheLogOnly) {
   EXPECT_NE(logs[logs.size() - 5].text.find(" state [" + N(TCP_LISTEN) + "]"), std::string::npos);
   Socket datagram("", Socket::kUdp, Socket::kIpv4, kDefault);
   EXPECT_FALSE(datagram.GetTcpInfo(info));
-  EXPECT_TRUE(Said(LOG_ERR, function, "Cannot get getsockopt(TCP_INFO)\n"));
+  EXPECT_SAID(LOG_ERR, function, "Cannot get getsockopt(TCP_INFO)\n");
   EXPECT_FALSE(Socket(-1, Socket::kTcp, Socket::kIpv4).GetTcpInfo(info));
-  EXPECT_TRUE(Said(LOG_ERR, function, "Socket is not inialized"));
+  EXPECT_SAID(LOG_ERR, function, "Socket is not inialized");
 }
 
 TEST(Socket, DescriptorThatSelectCannotHoldIsRefusedBeforeAnyWait) {

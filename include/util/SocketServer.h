@@ -84,7 +84,6 @@ class HUTIL_EXPORT SocketServer : public Socket {
   void ReceiveOneDatagram();
 
   uint32_t recv_buf_size_;
-  std::unique_ptr<FdMonitor> fd_monitor_;
   Mutex mutex_;  ///< Guards what may change after construction.
   std::map<int, std::string> clients_;
   DataCallback data_cb_;
@@ -94,6 +93,7 @@ class HUTIL_EXPORT SocketServer : public Socket {
   int handshake_fd_ = -1;  ///< The client that the loop runs a handshake with, or -1.
   bool busy_ = false;      ///< The loop is inside an event.
   bool stopping_ = false;  ///< No further event is let in.
+  std::unique_ptr<FdMonitor> fd_monitor_;  ///< Last, so that the loop ends before the rest goes.
 };
 
 }  // namespace util

@@ -81,11 +81,11 @@ class HUTIL_EXPORT SocketServerRunner {
   FdMonitor::Callback LoopCallback();
 
   uint32_t recv_buf_size_;
-  std::unique_ptr<FdMonitor> fd_monitor_;
   Mutex aux_mutex_;  ///< Reserved; no operation takes it.
   Mutex mutex_;      ///< Guards servers_.
   std::list<ServerInfo> servers_;
   DataCallback data_cb_;
+  std::unique_ptr<FdMonitor> fd_monitor_;  ///< Last, so that the loop ends before the rest goes.
 };
 
 }  // namespace util

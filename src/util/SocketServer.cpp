@@ -44,13 +44,7 @@ SocketServer::SocketServer(std::string path, Socket::Protocol protocol, Socket::
   fd_monitor_->Add(fd_, kRead, [this](int fd, FdType type) { FdCallback(fd, type); });
 }
 
-// The loop ends before anything that it uses goes.
-SocketServer::~SocketServer() {
-  ReleaseLoop();
-  fd_monitor_.reset();
-  std::lock_guard<Mutex> lock(mutex_);
-  clients_.clear();
-}
+SocketServer::~SocketServer() { ReleaseLoop(); }
 
 /// Lets no further event in and waits for the one under way. A peer that holds it up (by its
 /// handshake, within a TLS record, or by not reading an answer) is cut off after a moment, or the

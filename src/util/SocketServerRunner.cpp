@@ -33,11 +33,10 @@ bool WaitUntilReadable(int fd) {
 
 SocketServerRunner::SocketServerRunner(DataCallback cb)
     : recv_buf_size_(kRecvBufSize),
-      fd_monitor_(std::make_unique<FdMonitor>()),
-      data_cb_(std::move(cb)) {}
+      data_cb_(std::move(cb)),
+      fd_monitor_(std::make_unique<FdMonitor>()) {}
 
-// The loop ends before anything that it uses goes.
-SocketServerRunner::~SocketServerRunner() { fd_monitor_.reset(); }
+SocketServerRunner::~SocketServerRunner() = default;
 
 FdMonitor::Callback SocketServerRunner::LoopCallback() {
   return [this](int fd, FdType type) { FdCallback(fd, type); };
@@ -110,8 +109,8 @@ void SocketServerRunner::FdCallback(int fd, FdType /*type*/) {
   } else if (!path.empty()) {
     ReceiveFromClient(server, fd, path);
   } else if (server->protocol() == Socket::kTcp) {
-    // An unnamed client's event comes here too, with nobody to accept: the wait is short.
-    if (fd == server->fd() || WaitUntilReadable(server->fd())) AcceptClient(server);
+    // An unnamed client's event comes here too, and may find nobody to accept: the wait is short.
+    if (WaitUntilReadable(server->fd())) AcceptClient(server);
   } else if (server->protocol() == Socket::kUdp) {
     ReceiveOneDatagram(server, fd);
   }
