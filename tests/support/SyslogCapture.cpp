@@ -75,7 +75,9 @@ testing::AssertionResult Said(int priority, const char* function, const char* me
   va_start(arguments, message);
   const std::string text = Render(message, arguments);
   va_end(arguments);
-  return Logged(priority, std::string("%s %d: ") + message, std::string(function) + " #: " + text);
+  if (function == nullptr) return Logged(priority, message, text);
+  const std::string colon = message[0] == ' ' ? "" : ": ";
+  return Logged(priority, "%s %d" + colon + message, function + (" #" + colon) + text);
 }
 
 int CountLogged(const std::string& format) {

@@ -23,7 +23,8 @@ void ClearLogs();  // both of them
 // Was this line logged? A failure shows all that were:
 //   EXPECT_TRUE(Logged(LOG_ERR, "%s %d: bad\n", "void hvn::util::Thing::Run() #: bad\n"));
 testing::AssertionResult Logged(int priority, const std::string& format, const std::string& text);
-// The same for "%s %d: MESSAGE" with these arguments, said by `function`:
+// The same for "%s %d: MESSAGE" with these arguments, said by `function` (a message that starts
+// with a blank has its own colon; with a null function it is the whole format):
 //   EXPECT_SAID(LOG_ERR, "void hvn::util::Thing::Run()", "errno [%d]\n", EIO);
 testing::AssertionResult Said(int priority, const char* function, const char* message, ...)
     __attribute__((format(printf, 3, 4)));
