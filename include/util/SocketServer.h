@@ -75,7 +75,7 @@ class HUTIL_EXPORT SocketServer : public Socket {
   void EndEvent();
   bool FindClient(int fd, std::string* path);
   void ReceiveFromClient(int fd);
-  bool ReadOnce(int fd, const std::string& path, char* buffer);
+  bool ReadOnce(int fd, std::string&& path, char* buffer);
   void DropClient(int fd);
   void RemoveLocked(int fd);
   void AcceptClient();

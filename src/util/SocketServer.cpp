@@ -120,7 +120,7 @@ bool SocketServer::BeginEvent() {
 void SocketServer::EndEvent() {
   std::lock_guard<Mutex> lock(mutex_);
   busy_ = false;
-  idle_.Signal();
+  if (stopping_) idle_.Signal();
 }
 
 bool SocketServer::FindClient(int fd, std::string* path) {
@@ -142,12 +142,12 @@ void SocketServer::ReceiveFromClient(int fd) {
     if (read(fd, buffer.get(), recv_buf_size_) < 0) return;  // only to drain it
     return;
   }
-  while (ReadOnce(fd, path, buffer.get()) && ssl_ != nullptr && ssl_->Pending(fd) > 0 &&
-         FindClient(fd, nullptr)) {
+  while (ReadOnce(fd, std::move(path), buffer.get()) && ssl_ != nullptr && ssl_->Pending(fd) > 0 &&
+         FindClient(fd, &path)) {
   }
 }
 
-bool SocketServer::ReadOnce(int fd, const std::string& path, char* buffer) {
+bool SocketServer::ReadOnce(int fd, std::string&& path, char* buffer) {
   const ssize_t n = ssl_ != nullptr ? ssl_->Recv(fd, buffer, recv_buf_size_)
                                     : recv(fd, buffer, recv_buf_size_, 0);
   if (n < 1) {
@@ -155,7 +155,7 @@ bool SocketServer::ReadOnce(int fd, const std::string& path, char* buffer) {
     DropClient(fd);
     return false;
   }
-  if (data_cb_) data_cb_(fd_, fd, path, buffer, static_cast<size_t>(n));
+  if (data_cb_) data_cb_(fd_, fd, std::move(path), buffer, static_cast<size_t>(n));
   return true;
 }
 
