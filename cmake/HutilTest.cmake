@@ -15,6 +15,10 @@ if(HUTIL_SANITIZE MATCHES thread)
   endif()
 endif()
 list(APPEND HUTIL_TEST_RUNNER ${HUTIL_EMULATOR})
+# The same words without the isolation, for scripts that run several programs inside it.
+set(HUTIL_PROGRAM_RUNNER ${HUTIL_TEST_RUNNER})
+list(REMOVE_AT HUTIL_PROGRAM_RUNNER 0)
+list(JOIN HUTIL_PROGRAM_RUNNER " " HUTIL_PROGRAM_RUNNER)
 
 function(hutil_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "OBJECTS" "" "LABELS")

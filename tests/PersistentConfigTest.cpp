@@ -67,12 +67,13 @@ TEST(PersistentConfig, ThreadsLoseNoUpdate) {
   std::vector<std::thread> threads;
   for (const char* key : {"a", "b", "c", "d"}) {
     threads.emplace_back([key] {
-      for (char value = 'A'; value <= 'Z'; ++value) {
-        PersistentConfig::SaveData(key, {value});
-        EXPECT_EQ(std::string{value}, PersistentConfig::LoadData(key));
+      for (int i = 0; i < 250; ++i) {
+        const std::string value(1, "xyz"[i % 3]);
+        PersistentConfig::SaveData(key, value);
+        EXPECT_EQ(value, PersistentConfig::LoadData(key));
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(4 * sizeof("a=!=%=Z"), ReadFile(kFile).size());
+  EXPECT_EQ(4 * sizeof("a=!=%=x"), ReadFile(kFile).size());
 }

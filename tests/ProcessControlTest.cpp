@@ -14,7 +14,7 @@ TEST(ProcessControl, FindsTheNamesakesFromALowestNumberOn) {
   const pid_t child = fork();  // of the same name
   if (child == 0) prctl(PR_SET_PDEATHSIG, SIGKILL), pause();
   const auto [low, high] = std::minmax({getpid(), child});
-  EXPECT_TRUE(find(name, 1) == low && find(name, low + 1) == high && find(name, high + 1) == -1);
+  EXPECT_TRUE(find(name, low) == low && find(name, low + 1) == high && find(name, high + 1) == -1);
   for (const std::string& other : {name.substr(1), name.substr(0, 14), name.substr(0, 14) + "\n"}) {
     EXPECT_EQ(-1, find(other, 1));
   }

@@ -7,9 +7,11 @@ using hvn::util::Timer;
 constexpr char kLoop[] = "hvn::Result hvn::util::Timer::Loop()";
 std::atomic<bool> s_restless{false};
 
-// Starting does not wake an idle timer. A restless one looks by itself, as any wait may.
+// Leaves wake-ups the time to come just before the wait, where nobody would hear them. Starting
+// does not wake an idle timer: a restless one looks by itself, as any wait may.
 extern "C" int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
   const timespec never{INT32_MAX, 0};
+  usleep(500);
   if (!s_restless) return pthread_cond_timedwait(condition, mutex, &never);
   pthread_mutex_unlock(mutex);
   usleep(1000);
@@ -40,7 +42,10 @@ TEST(Timer, RunsOnceOrAgainAPeriodAfterEachCallUntilStopped) {
 
 TEST(Timer, EndsAtAnyMomentAndCallsBackOnceMoreOnlyWhereItWasArmed) {
   std::atomic<int> calls{0};
-  for (int i = 0; i < 200; ++i) Timer("idle", [&calls] { ++calls; });
+  for (int i = 0; i < 200; ++i) {
+    Timer timer("idle", [&calls] { ++calls; });
+    usleep(5 * unsigned(i));
+  }
   for (int i = 0; i < 200; ++i) Timer("no callback", nullptr).Start(i, true);
   EXPECT_EQ(0, calls);
   s_restless = true;

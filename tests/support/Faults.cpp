@@ -8,7 +8,6 @@
 #include <netdb.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,8 +27,7 @@ struct Plan {
   int error, times, skip, fd;
 };
 
-// Calls are counted without the lock: it would order the threads of the code under test and hide
-// their races.
+// Calls count without the lock, which would order the threads under test and hide their races.
 struct Slot {
   std::atomic<int> calls;
   std::atomic<bool> armed;
@@ -38,25 +36,23 @@ struct Slot {
 
 std::mutex s_mutex;
 // Never destroyed: threads may call while the process exits.
-auto* const s_slots = new Slot[static_cast<std::size_t>(Call::kCount)]();
+auto* const s_slots = new Slot[int(Call::kCount)]();
 auto& s_sleeps = *new std::vector<unsigned>;
 
-Slot& SlotOf(Call call) { return s_slots[static_cast<std::size_t>(call)]; }
+Slot& SlotOf(Call call) { return s_slots[int(call)]; }
 
 // Whether the call gives `result` instead of being made; a short count only cuts `length`.
 bool Faked(Call call, int fd, std::size_t* length, long& result) {
   if (s_slots == nullptr) return false;  // a constructor of another library, before ours
   Slot& slot = SlotOf(call);
   slot.calls.fetch_add(1, std::memory_order_relaxed);
-  if (!slot.armed.load(std::memory_order_relaxed)) return false;
+  const bool sleeps = call == Call::kUsleep;  // and gives its span for the descriptor
+  if (!sleeps && !slot.armed.load(std::memory_order_relaxed)) return false;
   const std::lock_guard<std::mutex> guard(s_mutex);
+  if (sleeps) s_sleeps.push_back(unsigned(fd));
   if (slot.plans.empty()) return false;
   Plan& plan = slot.plans.front();
-  if (plan.fd != kAnyFd && plan.fd != fd) return false;
-  if (plan.skip > 0) {
-    --plan.skip;
-    return false;
-  }
+  if ((plan.fd != kAnyFd && plan.fd != fd) || plan.skip-- > 0) return false;
   const bool shortened = length != nullptr && plan.result > 0;
   if (shortened) *length = std::min(*length, static_cast<std::size_t>(plan.result));
   result = plan.result;
@@ -64,12 +60,6 @@ bool Faked(Call call, int fd, std::size_t* length, long& result) {
   if (plan.times != kAlways && --plan.times == 0) slot.plans.pop_front();
   slot.armed = !slot.plans.empty();
   return !shortened;
-}
-
-int Note(unsigned span) {
-  const std::lock_guard<std::mutex> guard(s_mutex);
-  s_sleeps.push_back(span);
-  return kAnyFd;
 }
 
 }  // namespace
@@ -89,9 +79,7 @@ void ResetFaults(Call call) {
 }
 
 void ResetFaults() {
-  for (int call = 0; call < static_cast<int>(Call::kCount); ++call) {
-    ResetFaults(static_cast<Call>(call));
-  }
+  for (int call = 0; call < int(Call::kCount); ++call) ResetFaults(Call(call));
 }
 
 int CallCount(Call call) { return SlotOf(call).calls; }
@@ -105,38 +93,26 @@ std::vector<unsigned> Sleeps() {
 
 using namespace hutil_test;
 
-// On 32-bit targets glibc's headers rename the calls whose types were widened. The definitions
-// below get the new name from there; only the look-up of the real one has to spell it.
-#if __WORDSIZE == 32 && defined(__USE_FILE_OFFSET64)
-#define FILE64(name) #name "64"
-#else
-#define FILE64(name) #name
-#endif
-#if __WORDSIZE == 32 && defined(__USE_TIME_BITS64)
-#define TIME64(name, wide) wide
-#else
-#define TIME64(name, wide) name
-#endif
+// Where off_t or time_t is wider than long, glibc's headers rename the calls with such types. The
+// definitions get the new name from there (not in a namespace); the look-ups have to spell it.
+#define FILE64(name) (sizeof(off_t) > sizeof(long) ? #name "64" : #name)
+#define TIME64(name, wide) (sizeof(time_t) > sizeof(long) ? wide : name)
 
-#define INTERPOSE(call, symbol, Type, name, parameters, fd, length, arguments)              \
-  extern "C" Type name parameters {                                                         \
-    static const auto real = reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, symbol)); \
-    long result = 0;                                                                        \
-    if (!Faked(Call::call, fd, length, result)) return real arguments;                      \
-    return (Type)(std::is_pointer_v<Type> ? 0 : result);                                    \
-  }
-
+#define BODY(call, symbol, Type, name, fd, length, arguments)                             \
+  static const auto real = reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, symbol)); \
+  long result = 0;                                                                        \
+  if (!Faked(Call::call, fd, length, result)) return real arguments;                      \
+  return (Type)(std::is_pointer_v<Type> ? 0 : result);
+#define INTERPOSE(call, symbol, Type, name, parameters, fd, length, arguments) \
+  extern "C" Type name parameters { BODY(call, symbol, Type, name, fd, length, arguments) }
 // The last argument of these is optional; passing on what stands in its place does no harm.
-#define INTERPOSE_VARIADIC(call, symbol, name, parameters, last, fd, arguments)             \
-  extern "C" int name parameters {                                                          \
-    static const auto real = reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, symbol)); \
-    va_list list;                                                                           \
-    va_start(list, last);                                                                   \
-    void* const rest = va_arg(list, void*);                                                 \
-    va_end(list);                                                                           \
-    long result = 0;                                                                        \
-    if (!Faked(Call::call, fd, nullptr, result)) return real arguments;                     \
-    return static_cast<int>(result);                                                        \
+#define INTERPOSE_VARIADIC(call, symbol, name, parameters, last, fd, arguments) \
+  extern "C" int name parameters {                                              \
+    va_list list;                                                               \
+    va_start(list, last);                                                       \
+    void* const rest = va_arg(list, void*);                                     \
+    va_end(list);                                                               \
+    BODY(call, symbol, int, name, fd, nullptr, arguments)                       \
   }
 
 // clang-format off
@@ -155,7 +131,7 @@ INTERPOSE(kGetSockOpt, TIME64("getsockopt", "__getsockopt64"), int, getsockopt, 
 INTERPOSE_VARIADIC(kIoctl, TIME64("ioctl", "__ioctl_time64"), ioctl, (int fd, unsigned long request, ...), request, fd, (fd, request, rest))
 INTERPOSE_VARIADIC(kFcntl, TIME64(FILE64(fcntl), "__fcntl_time64"), fcntl, (int fd, int command, ...), command, fd, (fd, command, rest))
 INTERPOSE(kEventFd, "eventfd", int, eventfd, (unsigned value, int flags), kAnyFd, nullptr, (value, flags))
-INTERPOSE(kUsleep, "usleep", int, usleep, (useconds_t span), Note(span), nullptr, (span))
+INTERPOSE(kUsleep, "usleep", int, usleep, (useconds_t span), int(span), nullptr, (span))
 INTERPOSE(kGetIfAddrs, "getifaddrs", int, getifaddrs, (ifaddrs** list), kAnyFd, nullptr, (list))
 INTERPOSE(kInetNtop, "inet_ntop", const char*, inet_ntop, (int family, const void* address, char* text, socklen_t size), kAnyFd, nullptr, (family, address, text, size))
 INTERPOSE(kGetAddrInfo, "getaddrinfo", int, getaddrinfo, (const char* host, const char* service, const addrinfo* hints, addrinfo** list), kAnyFd, nullptr, (host, service, hints, list))

@@ -1,5 +1,5 @@
-// Switchable faults for the libc calls that the library makes. A fault meets whoever makes the call
-// next, OpenSSL and libcurl included; restrict it to a descriptor where that matters.
+// Faults for the libc calls that the library makes. They meet whoever makes the call next, OpenSSL
+// and libcurl included; restrict them to a descriptor where that matters.
 #pragma once
 
 #include <vector>
@@ -31,17 +31,13 @@ void ResetFaults();           // everybody's
 int CallCount(Call call);
 std::vector<unsigned> Sleeps();  // what usleep was asked for
 
-// FailNext for a scope: const Fault fault(Call::kSend, EAGAIN, 11);
-class Fault {
- public:
-  explicit Fault(Call call, int error, int times = 1, int skip = 0, int fd = kAnyFd) : call_(call) {
+// FailNext for a scope.
+struct Fault {
+  explicit Fault(Call call, int error, int times = 1, int skip = 0, int fd = kAnyFd) : of(call) {
     FailNext(call, error, times, skip, fd);
   }
-  ~Fault() { ResetFaults(call_); }
-  Fault(const Fault&) = delete;
-
- private:
-  Call call_;
+  ~Fault() { ResetFaults(of); }
+  const Call of;
 };
 
 }  // namespace hutil_test

@@ -1,11 +1,17 @@
-// What every test starts from. The kit's main() fails a test that leaves a descriptor or a thread
-// behind.
+// What every test starts from. Its main() fails a test that leaves a descriptor or a thread behind.
 #pragma once
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 
@@ -17,18 +23,33 @@ namespace hutil_test {
 // What the running test may leave by contract: the monitors of a registry, singletons.
 void AllowLeftovers(std::size_t fds, std::size_t threads);
 
-// This and every other limit here is stretched for slow builds (HUTIL_TEST_TIMEOUT_SCALE).
+// Every limit here is stretched for slow builds (HUTIL_TEST_TIMEOUT_SCALE).
 bool WaitFor(const std::function<bool()>& holds, int milliseconds);
+bool WaitUntilReadable(int fd, int milliseconds);
+inline bool WaitForLog(const std::string& format, int milliseconds) {
+  return WaitFor([&format] { return CountLogged(format) > 0; }, milliseconds);
+}
 
 std::string CertPath(const std::string& name);
-std::string ReadFile(const std::string& path);
-void WriteFile(const std::string& path, const std::string& text);
-std::uint16_t LocalPort(int fd);
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  EXPECT_TRUE(file.good()) << path;
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+inline void WriteFile(const std::string& path, const std::string& text) {
+  EXPECT_TRUE(std::ofstream(path, std::ios::binary) << text << std::flush) << path;
+}
+inline std::uint16_t LocalPort(int fd) {
+  sockaddr_in6 address{};  // whose port lies where IPv4's does
+  socklen_t size = sizeof(address);
+  EXPECT_EQ(0, getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size));
+  return ntohs(address.sin6_port);
+}
 
 class TempDir {
  public:
-  TempDir();
-  ~TempDir();
+  TempDir() { EXPECT_NE(nullptr, mkdtemp(&path_[0])); }
+  ~TempDir() { std::filesystem::remove_all(path_); }
   TempDir(const TempDir&) = delete;
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
@@ -36,21 +57,47 @@ class TempDir {
   std::string path_ = "/tmp/hutil-XXXXXX";
 };
 
-// A stranger's TCP client on 127.0.0.1. Faults never meet its calls.
+// A stranger's TCP client on 127.0.0.1. Faults never meet its calls, which go to the kernel.
 class RawClient {
  public:
-  explicit RawClient(std::uint16_t port);
+  explicit RawClient(std::uint16_t port)
+      : fd_(int(syscall(SYS_socket, AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))) {
+    const sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    EXPECT_EQ(0, syscall(SYS_connect, fd_, &address, sizeof(address)));
+  }
   ~RawClient() { Close(); }
   RawClient(const RawClient&) = delete;
-
   int fd() const { return fd_; }
-  void Close();
-  void Reset();                // closes with RST
-  bool MoveAbove(int lowest);  // leaves the low numbers to the library
-  bool Send(const std::string& data);
+  void Close() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+  bool MoveAbove(int lowest) {  // leaves the low numbers to the library
+    const int moved = int(syscall(SYS_fcntl, fd_, F_DUPFD_CLOEXEC, lowest));
+    Close();
+    fd_ = moved;
+    return fd_ >= lowest;
+  }
+  bool Send(const std::string& data) {
+    const long size = long(data.size());
+    return syscall(SYS_sendto, fd_, data.data(), size, MSG_NOSIGNAL, nullptr, 0) == size;
+  }
   // Up to `size` bytes; fewer when the peer closes, or stays silent for that long.
-  std::string Recv(std::size_t size, int milliseconds = 2000);
-  bool ClosedByPeer(int milliseconds = 2000);  // end of stream or RST; drops what comes before
+  std::string Recv(std::size_t size, int milliseconds = 2000) {
+    std::string data;
+    char chunk[4096];
+    while (data.size() < size && WaitUntilReadable(fd_, milliseconds)) {
+      const std::size_t want = std::min(size - data.size(), sizeof(chunk));
+      const long got = syscall(SYS_recvfrom, fd_, chunk, want, 0, nullptr, nullptr);
+      if (got <= 0) break;
+      data.append(chunk, std::size_t(got));
+    }
+    return data;
+  }
+  bool ClosedByPeer(int milliseconds = 2000) {  // end of stream or RST; drops what comes before
+    Recv(SIZE_MAX, milliseconds);
+    return WaitUntilReadable(fd_, 0);
+  }
 
  private:
   int fd_;

@@ -23,13 +23,12 @@ void ClearLogs();  // both of them
 // Was this line logged? A failure shows all that were:
 //   EXPECT_TRUE(Logged(LOG_ERR, "%s %d: bad\n", "void hvn::util::Thing::Run() #: bad\n"));
 testing::AssertionResult Logged(int priority, const std::string& format, const std::string& text);
-// The same for "%s %d: MESSAGE" with these arguments, said by `function` (a message that starts
-// with a blank has its own colon; with a null function it is the whole format):
+// The same for "%s %d: MESSAGE" said by `function` with these arguments; " : MESSAGE" has its own
+// colon. With a null function the message is the whole format.
 //   EXPECT_SAID(LOG_ERR, "void hvn::util::Thing::Run()", "errno [%d]\n", EIO);
 testing::AssertionResult Said(int priority, const char* function, const char* message, ...)
     __attribute__((format(printf, 3, 4)));
 #define EXPECT_SAID(...) EXPECT_TRUE(hutil_test::Said(__VA_ARGS__))
 int CountLogged(const std::string& format);
-bool WaitForLog(const std::string& format, int milliseconds);
 
 }  // namespace hutil_test
