@@ -1,19 +1,31 @@
 #!/bin/sh
 # setup.sh GROUP...
-# Installs the Debian 12 packages that the groups (build, test, demo, check) need and this machine lacks.
+# Installs the Debian 12 packages that the groups (see the case below) need and this machine lacks.
 set -eu
 
 wanted=
 for group in "$@"; do
   case $group in
     build) wanted="$wanted cmake ninja-build g++ libssl-dev libcurl4-openssl-dev" ;;
-    test) wanted="$wanted binutils iproute2 libgmock-dev libgtest-dev openssl util-linux" ;;
-    demo) wanted="$wanted iproute2 openssl util-linux" ;;
+    test)
+      # The end-to-end test is the demo.
+      wanted="$wanted binutils busybox dnsmasq-base iproute2 libgmock-dev libgtest-dev openssl pkg-config udhcpc util-linux"
+      ;;
+    demo) wanted="$wanted busybox dnsmasq-base iproute2 libgmock-dev libgtest-dev openssl udhcpc util-linux" ;;
     check)
       wanted="$wanted clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev cppcheck shellcheck"
       ;;
+    armhf) wanted="$wanted abigail-tools g++-arm-linux-gnueabihf mmdebstrap qemu-user-static" ;;
+    abi) wanted="$wanted abigail-tools binutils" ;;
+    package) wanted="$wanted dpkg-dev file lintian mmdebstrap" ;;
+    coverage) wanted="$wanted gcovr" ;;
+    fuzz) wanted="$wanted clang-14 iproute2 libclang-rt-14-dev openssl util-linux" ;;
+    bench)
+      wanted="$wanted iproute2 libasio-dev libevent-dev libmnl-dev libsqlite3-dev libuv1-dev openssl pkg-config procps"
+      wanted="$wanted python3 sysvinit-utils util-linux"
+      ;;
     *)
-      echo "setup.sh: no group '$group' (build, test, demo, check)" >&2
+      echo "setup.sh: no group '$group' (build, test, demo, check, armhf, abi, package, coverage, bench, fuzz)" >&2
       exit 2
       ;;
   esac
