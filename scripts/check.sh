@@ -31,10 +31,16 @@ cppcheck --quiet --std=c++17 --enable=warning,performance,portability --inline-s
   --error-exitcode=1 --suppress=missingIncludeSystem --suppress=passedByValue \
   -Iinclude -Isrc src include
 
+title "OpenSSL 1.0.2"
+scripts/openssl-1.0.2.sh
+
 title "size of the stripped library"
 build release hutil
 strip -o build/release/stripped build/release/src/libhutil.so.0.1.0
 printf '%-8s %8d bytes\n' "$(uname -m)" "$(stat -c %s build/release/stripped)"
+
+title "32-bit ARM"
+scripts/armhf.sh
 
 for preset in asan tsan clang; do
   title "suite: $preset"

@@ -76,7 +76,8 @@ class HUTIL_EXPORT NetworkManager {
   /// Ones followed by zeros; 0.0.0.0 and 255.255.255.255 included. Never logs. Any thread.
   static bool CheckIpv4SubnetMaskValidation(std::string netmask);
   /// The range from the address after the gateway's to the subnet's broadcast address. False, with
-  /// both untouched, for bad texts and for a gateway that is its subnet's last address. Traces at
+  /// both untouched, for bad texts and for a gateway that is its subnet's last address (but for
+  /// 255.255.255.255, whose range starts at 0.0.0.0). Traces at
   /// 7. Any thread.
   static bool GetIpv4DhcpRange(std::string gateway, std::string netmask, std::string& start,
                                std::string& end);

@@ -22,9 +22,9 @@ namespace util {
 class HUTIL_EXPORT PersistentConfig {
  public:
   /// Stores `value` on every line of `key`, or on a new one; the value is on the medium when this
-  /// returns. Writes nothing where a line of `key` holds it already. kFailure where the file cannot
-  /// be opened (logged, 3) or is too large (silent), and for a line feed or NUL (logged, 3). A
-  /// short write is only logged. A change logs the whole new file at 7. Any thread.
+  /// returns. Writes nothing where any line of `key` holds it already. kFailure where the file
+  /// cannot be opened (logged, 3) or is too large (silent), and for a line feed or NUL (logged, 3).
+  /// A short write is only logged. A change logs the whole new file at 7. Any thread.
   static hvn::Result SaveData(std::string key, std::string value);
   /// The value on the first line of `key`. Empty where there is none, where the file is too large
   /// and where it cannot be opened (logged, 3). Any thread.
