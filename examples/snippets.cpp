@@ -115,9 +115,9 @@ void Echo() {
 }
 
 void ServeSeveral() {
-  SocketServerRunner runner(OnData);
   Socket control("/run/control.sock", Socket::kTcp, Socket::kUnix, Socket::SocketOption());
   control.Listen(5);
+  SocketServerRunner runner(OnData);
   runner.AddServer(&control);
 }
 
@@ -125,6 +125,18 @@ void ServeTls() {
   SslWrapper ssl(true, SslWrapper::kTlsV1_2);
   ssl.SetCertAndKeyFile("cert.pem", "key.pem", SslWrapper::kPem, SslWrapper::kPem);
   SocketServer server("::;8443", Socket::kTcp, Socket::kIpv6, OnData, &ssl);
+}
+
+void EchoByTls() {
+  // clang-format off
+  SslWrapper ssl(true, SslWrapper::kTlsV1_2);
+  ssl.SetCertAndKeyFile("cert.pem", "key.pem", SslWrapper::kPem, SslWrapper::kPem);
+  SocketServer echo("::;8443", Socket::kTcp, Socket::kIpv6,
+                    [&echo](int, int client, std::string, void* data, size_t size) {
+                      return echo.SendTo(client, data, size) >= 0;
+                    }, &ssl);
+  // clang-format on
+  Work();
 }
 
 void SplitLines(const std::string& text) {

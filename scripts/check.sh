@@ -15,7 +15,7 @@ build() { # PRESET [TARGET]
 mapfile -t sources < <(find . -path ./build -prune -o -name '*.h' -print -o -name '*.cpp' -print)
 
 title shellcheck
-shellcheck scripts/*.sh .ci/run
+shellcheck scripts/*.sh examples/*.sh .ci/run
 
 title clang-format
 clang-format-14 --dry-run -Werror "${sources[@]}"
@@ -39,8 +39,14 @@ build release hutil
 strip -o build/release/stripped build/release/src/libhutil.so.0.1.0
 printf '%-8s %8d bytes\n' "$(uname -m)" "$(stat -c %s build/release/stripped)"
 
+title "binary interface"
+scripts/abi.sh check
+
 title "32-bit ARM"
 scripts/armhf.sh
+
+title "fuzz targets, ten seconds each"
+scripts/fuzz.sh 10
 
 for preset in asan tsan clang; do
   title "suite: $preset"

@@ -1,11 +1,11 @@
 #!/bin/sh
 # consumer.sh WORK_DIR [BUILD_DIR]
-# Builds tests/consumer in WORK_DIR against the installed library, through the CMake package and through pkg-config, and
+# Builds examples/consumer in WORK_DIR against the installed library, through the CMake package and through pkg-config, and
 # runs what comes of it. With BUILD_DIR, what that build installs, moved away from where it was installed; without, what
 # this system has installed. CXX, CXXFLAGS and CMAKE_TOOLCHAIN_FILE choose the compiler, CONSUMER_RUNNER holds words to
 # run a program through.
 set -eu
-source=$(cd "$(dirname "$0")/../tests/consumer" && pwd)
+source=$(cd "$(dirname "$0")/../examples/consumer" && pwd)
 work=$1
 cxx=${CXX:-c++}
 rm -rf "$work"

@@ -2,7 +2,7 @@
 # package.sh [--no-try] [ARCHITECTURE...]
 # Makes the Debian packages libhutil0 and libhutil-dev in build/packages, for each ARCHITECTURE (this machine's, and
 # armhf through the cross compiler; both where none is given), and has lintian look at them. Then, for this machine's,
-# builds tests/consumer in a bare Debian root that has nothing of ours but the two packages, and runs it in another
+# builds examples/consumer in a bare Debian root that has nothing of ours but the two packages, and runs it in another
 # that has libhutil0 only. --no-try leaves that out.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -53,7 +53,7 @@ try_packages() {
   dev=$(realpath "$packages"/libhutil-dev_*_"$native".deb)
   # shellcheck disable=SC2016  # $1 is the root, for the hooks
   bare_root --include="$runtime" --include="$dev" --include=g++,cmake,make,pkg-config \
-    --customize-hook='mkdir -p "$1/try/tests" && cp -r scripts "$1/try" && cp -r tests/consumer "$1/try/tests"' \
+    --customize-hook='mkdir -p "$1/try/examples" && cp -r scripts "$1/try" && cp -r examples/consumer "$1/try/examples"' \
     --customize-hook='chroot "$1" /try/scripts/consumer.sh /try/work >&2' \
     --customize-hook="cp \"\$1/try/work/consumer\" $packages/consumer"
   grep '^consumer.sh:' build/bare-root.log

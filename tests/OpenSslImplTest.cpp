@@ -149,9 +149,8 @@ TEST(OpenSslImpl, MessagesCrossAndAClosedPeerReadsAsZero) {
 
 TEST(OpenSslImpl, FailedHandshakeLeavesNothingBehindForTheNext) {
   Link<OpenSslImpl> link(SslWrapper::kTlsV1_1);
-  for (OpenSslImpl* impl : {link.server.get(), link.client.get()}) {
-    ASSERT_TRUE(impl->SetCipherLists({"DEFAULT:@SECLEVEL=0"}));  // or TLS 1.1 is refused
-  }
+  ASSERT_TRUE(link.server->SetCipherLists({"DEFAULT:@SECLEVEL=0"}));  // or TLS 1.1 is refused
+  ASSERT_TRUE(link.client->SetCipherLists({"DEFAULT:@SECLEVEL=0"}));
   EXPECT_FALSE(link.Handshake("no such file"));
   EXPECT_SAID(LOG_ERR, "bool hvn::util::OpenSslImpl::Connect(int)", "Cannot connect to SSL\n");
   EXPECT_FALSE(link.client->Connect(-1) || link.server->Accept(-1));

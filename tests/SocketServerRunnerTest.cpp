@@ -30,7 +30,7 @@ bool Heard(const Socket& server, const std::string& path, const std::string& dat
 std::string PathOf(int fd) { return "127.0.0.1:" + std::to_string(LocalPort(fd)); }
 
 TEST(SocketServerRunner, ServesStreamClientsUntilTheyOrTheirServerGo) {
-  AllowLeftovers(50, 0);  // clients that it did not see go: a runner that goes closes nothing
+  AllowLeftovers(2, 0);  // clients: a runner that goes closes nothing
   FailNext(Call::kAccept4, EMFILE);
   FailWithResult(Call::kAccept4, 0, 0);
   Socket server("127.0.0.1", Socket::kTcp, Socket::kIpv4, {});
@@ -64,12 +64,6 @@ TEST(SocketServerRunner, ServesStreamClientsUntilTheyOrTheirServerGo) {
               "This is very weird situation close this fd and remove this fd from monitor");
   EXPECT_EQ(3, CountLogged("%d %s %.*s"));
   EXPECT_EQ(-3, runner->Send(1, nullptr, 1) + runner->Send(1, "x") + runner->SendTo(1, "x", "x"));
-  runner.reset();
-  for (int i = 0; i < 50; ++i) {
-    SocketServerRunner another(Note);
-    EXPECT_TRUE(another.AddServer(&server));
-    RawClient passer_by(LocalPort(server.fd()));
-  }
 }
 
 TEST(SocketServerRunner, ServesUnixClientsAndDatagrams) {

@@ -171,28 +171,6 @@ TEST(SocketServer, DestructionIsNotHeldUpByAPeer) {
   }
 }
 
-TEST(SocketServer, DestructionUnderLoadIsOrderly) {
-  for (int round = 0; round < 20; ++round) {
-    std::atomic<bool> gone{false}, late{false};
-    const auto note = [&](int, int, std::string, void*, size_t) { return late = late || gone; };
-    auto server =
-        std::make_unique<SocketServer>("127.0.0.1", Socket::kTcp, Socket::kIpv4, note, nullptr);
-    std::vector<int> admitted;
-    server->SetNewClientCb([&](int, int fd, std::string) { admitted.push_back(fd); });
-    RawClient first(LocalPort(server->fd())), second(LocalPort(server->fd()));
-    std::thread load([&] {
-      while (first.Send("a") && second.Send("b")) continue;
-    });
-    usleep(round % 4 * 1000);
-    server.reset();
-    gone = true;
-    for (const RawClient* client : {&first, &second}) shutdown(client->fd(), SHUT_RDWR);
-    load.join();
-    EXPECT_FALSE(late);
-    for (const int fd : admitted) close(fd);
-  }
-}
-
 // select(2) holds 1024 descriptors: the clients beyond are turned away, the others served.
 TEST(SocketServer, ServesTheClientsItCanHoldOutOfFifteenHundred) {
   const rlimit limit = {4096, 4096};

@@ -21,9 +21,9 @@ namespace util {
 
 /// Serves several sockets of the daemon's, listening ones and datagram ones, on one event loop.
 ///
-///     SocketServerRunner runner(OnData);
 ///     Socket control("/run/control.sock", Socket::kTcp, Socket::kUnix, Socket::SocketOption());
 ///     control.Listen(5);
+///     SocketServerRunner runner(OnData);
 ///     runner.AddServer(&control);
 ///
 /// The callback runs on the runner's thread with no lock held and gets what SocketServer's gets.

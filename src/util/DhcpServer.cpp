@@ -36,7 +36,7 @@ std::vector<DhcpServer::LeaseInfo> DhcpServer::GetAllLeaseInfo() {
   const UniqueFd fd(open(kLeaseFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (fd.get() < 0) return {};
   const off_t size = FileSize(fd.get());
-  if (size <= 0) return {};
+  if (size <= 0 || static_cast<uint64_t>(size) >= SIZE_MAX) return {};
   const FileText text(fd.get(), static_cast<size_t>(size));
   std::vector<LeaseInfo> leases;
   std::string_view rest = text.view();
