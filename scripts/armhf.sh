@@ -19,6 +19,7 @@ build armhf-clang hutil
 arm-linux-gnueabihf-strip -o build/armhf/stripped build/armhf/src/libhutil.so.0
 printf '%-8s %8d bytes\n' armhf "$(stat -c %s build/armhf/stripped)"
 
+scripts/abi.sh check build/armhf/src/libhutil.so
 # The names of calls that glibc widens tell that the two builds do differ.
 arm-linux-gnueabihf-nm -D build/armhf-time64/src/libhutil.so.0 | grep __select64 >/dev/null
 abidiff --headers-dir1 include --headers-dir2 include build/{armhf,armhf-time64}/src/libhutil.so.0

@@ -15,7 +15,7 @@ for group in "$@"; do
     check)
       wanted="$wanted clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev cppcheck shellcheck"
       ;;
-    armhf) wanted="$wanted abigail-tools g++-arm-linux-gnueabihf mmdebstrap qemu-user-static" ;;
+    armhf) wanted="$wanted abigail-tools clang-14 g++-arm-linux-gnueabihf mmdebstrap qemu-user-static" ;;
     abi) wanted="$wanted abigail-tools binutils" ;;
     package) wanted="$wanted dpkg-dev file lintian mmdebstrap" ;;
     coverage) wanted="$wanted gcovr" ;;

@@ -2,6 +2,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <thread>
 
@@ -25,7 +26,7 @@ TEST(SocketServer, DestructionUnderLoadIsOrderly) {
     std::thread load([&] {
       while (first.Send("a") && second.Send("b")) continue;
     });
-    usleep(round % 4 * 1000);
+    std::this_thread::sleep_for(std::chrono::milliseconds(round % 4));
     server.reset();
     gone = true;
     for (const RawClient* client : {&first, &second}) shutdown(client->fd(), SHUT_RDWR);

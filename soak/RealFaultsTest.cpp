@@ -67,7 +67,7 @@ TEST(PersistentConfig, KilledSaveLeavesOldAndNewText) {
     WriteFile(kFile, texts[0]);
     const pid_t writer = fork();
     if (writer == 0) prctl(PR_SET_PDEATHSIG, SIGKILL);
-    for (int i = 1; writer == 0; ++i) PersistentConfig::SaveData("k", values[i % 3]);
+    for (int i = 1; writer == 0 && i > 0; ++i) PersistentConfig::SaveData("k", values[i % 3]);
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 1000));
     EXPECT_TRUE(kill(writer, SIGKILL) == 0 && waitpid(writer, nullptr, 0) == writer);
     EXPECT_TRUE(Permitted(ReadFile(kFile), texts)) << ReadFile(kFile);

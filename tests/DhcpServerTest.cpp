@@ -5,7 +5,6 @@
 
 using namespace hutil_test;
 using namespace hvn::util;
-
 constexpr char kFile[] = "/var/lib/misc/dnsmasq.leases";
 
 std::string Text(const std::vector<DhcpServer::LeaseInfo>& leases) {

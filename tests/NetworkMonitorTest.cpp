@@ -7,13 +7,15 @@
 #include "util/NetworkManager.h"
 #include "util/NetworkMonitor.h"
 
-// In place of the library's, which gives none only where five exist.
-hvn::util::FdMonitor* hvn::util::FdMonitor::Create() { return nullptr; }
+// In place of the library's, which gives none only where five exist: the first call gets none.
+hvn::util::FdMonitor* hvn::util::FdMonitor::Create() {
+  static int s_calls = 0;
+  void* const real = dlsym(RTLD_NEXT, "_ZN3hvn4util9FdMonitor6CreateEv");
+  return s_calls++ == 0 ? nullptr : reinterpret_cast<FdMonitor* (*)()>(real)();
+}
 
 namespace hutil_test {
-
 using hvn::util::EventDic, hvn::util::NetworkManager, hvn::util::NetworkMonitor;
-
 constexpr char kFdCallback[] = "void hvn::util::NetworkMonitor::FdCallback(int, hvn::util::FdType)";
 constexpr char kMake[] = "hvn::util::NetworkMonitor::NetworkMonitor()";
 
@@ -63,6 +65,16 @@ std::string Message(uint32_t type, uint32_t family = 0, const std::string& data 
                     uint32_t length = 0, uint32_t index = 1) {
   length = length > 0 ? length : uint32_t(32 + data.size());
   return Words({length, type, 0, 0, family, index, 0, 0}) + data;
+}
+
+TEST(EventDic, KeepsTheLastValueAndEntersWhatIsAskedFor) {
+  EventDic event;
+  event.AddParam(EventDic::kIfName, "eth0");
+  event.AddParam(EventDic::kIfName, "eth1");
+  EXPECT_EQ("eth1", event.GetParam(EventDic::kIfName));
+  EXPECT_EQ("", event.GetParam(EventDic::kNetState));
+  event.AddParam(EventDic::kNetState, std::string("a\0b", 3));
+  EXPECT_EQ(std::string("a\0b", 3), event.GetParam(EventDic::kNetState));
 }
 
 TEST(NetworkMonitor, TellsEachKindOfMessageAndItsLinkAttributes) {
@@ -120,8 +132,6 @@ TEST(NetworkMonitor, HearsTheKernelAlsoAfterAFailedReadOrStart) {
   EXPECT_SAID(LOG_ERR, kMake, "Cannot create NETLINK socket\n");
   std::make_unique<NetworkMonitor>();
   EXPECT_SAID(LOG_ERR, kMake, "Cannot create fd monitor");
-  void* const create = dlsym(RTLD_NEXT, "_ZN3hvn4util9FdMonitor6CreateEv");
-  reinterpret_cast<hvn::util::FdMonitor* (*)()>(create)();
   std::thread another(NetworkMonitor::GetInstance);
   NetworkManager network;
   network.SetEventCb([](EventDic& e) { syslog(LOG_NOTICE, "%d%s", e.type_, Text(e).c_str()); });

@@ -7,7 +7,6 @@
 
 using namespace hutil_test;
 using namespace hvn::util;
-
 constexpr auto kUnknown = SslWrapper::kUnknown, kPem = SslWrapper::kPem, kDer = SslWrapper::kDer;
 
 template <typename Ssl>

@@ -5,7 +5,6 @@
 
 using namespace hutil_test;
 using namespace hvn::util;
-
 constexpr char kFile[] = "/data/persistent_data.conf";
 constexpr char kSave[] =
     "static hvn::Result hvn::util::PersistentConfig::SaveData(std::string, std::string)";
@@ -60,20 +59,4 @@ TEST(PersistentConfig, SurvivesWhatIsNoSettingsFile) {
   EXPECT_EQ(hvn::kSuccess, PersistentConfig::SaveData("b", "2"));
   EXPECT_TRUE(PersistentConfig::SaveData("x\ny", "1") && PersistentConfig::SaveData("b", {'\0'}));
   EXPECT_EQ("a=!\nb=!=%=2\n", ReadFile(kFile));
-}
-
-TEST(PersistentConfig, ThreadsLoseNoUpdate) {
-  WriteFile(kFile, "");
-  std::vector<std::thread> threads;
-  for (const char* key : {"a", "b", "c", "d"}) {
-    threads.emplace_back([key] {
-      for (int i = 0; i < 250; ++i) {
-        const std::string value(1, "xyz"[i % 3]);
-        PersistentConfig::SaveData(key, value);
-        EXPECT_EQ(value, PersistentConfig::LoadData(key));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(4 * sizeof("a=!=%=x"), ReadFile(kFile).size());
 }

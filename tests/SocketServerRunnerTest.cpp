@@ -5,9 +5,7 @@
 #include "util/SocketServerRunner.h"
 
 namespace hutil_test {
-
 using hvn::util::Socket, hvn::util::SocketServerRunner;
-
 constexpr char kFdCallback[] =
     "void hvn::util::SocketServerRunner::FdCallback(int, hvn::util::FdType)";
 constexpr char kAccepted[] = "server [%d:%s] accept client [%d:%s\n";

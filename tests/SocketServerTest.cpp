@@ -1,12 +1,9 @@
-#include <sys/resource.h>
-
 #include "support/Kit.h"
 #include "util/SocketClient.h"
 #include "util/SocketServer.h"
 
 using namespace hutil_test;
 using namespace hvn::util;
-
 constexpr char kFdCallback[] = "void hvn::util::SocketServer::FdCallback(int, hvn::util::FdType)";
 constexpr char kAdded[] = "add fd [%d] path [%s] server path [%s] proto [%s]\n";
 constexpr char kRemoved[] = "%s %d: remove fd [%d] path [%s]\n";
@@ -169,27 +166,6 @@ TEST(SocketServer, DestructionIsNotHeldUpByAPeer) {
     echo.reset();
     close(left_open);
   }
-}
-
-// select(2) holds 1024 descriptors: the clients beyond are turned away, the others served.
-TEST(SocketServer, ServesTheClientsItCanHoldOutOfFifteenHundred) {
-  const rlimit limit = {4096, 4096};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  Echo echo;
-  std::vector<std::unique_ptr<RawClient>> clients;
-  int served = 0, still_served = 0;
-  while (clients.size() < 1500) {
-    clients.push_back(std::make_unique<RawClient>(echo.port()));
-    ASSERT_TRUE(clients.back()->MoveAbove(1100));
-    served += Serves(*clients.back());
-  }
-  EXPECT_TRUE(clients.back()->ClosedByPeer());
-  for (const auto& client : clients) still_served += Serves(*client);
-  EXPECT_EQ(still_served, served);
-  EXPECT_GT(served, 950);
-  EXPECT_LT(served, 1024);
-  clients.clear();
-  EXPECT_TRUE(WaitFor([&] { return CountLogged(kRemoved) == served; }, 5000));
 }
 
 TEST(SocketClient, ExchangesMessagesOnceConnected) {

@@ -5,7 +5,6 @@
 #include "util/TimerService.h"
 
 using namespace hutil_test;
-
 constexpr long long kHour = 3600000000;
 constexpr char kThreadLoop[] =
     "void hvn::util::TimerService::ThreadLoop(hvn::util::TimerService::ThreadInfo*)";
@@ -58,19 +57,4 @@ TEST_F(TimerService, HandsOutTheLowestFreeOfAHundredNumbers) {
   for (const int id : {7, 100, INT_MAX, -1, INT_MIN}) EXPECT_FALSE(timers.RemoveTask(id)) << id;
   EXPECT_EQ(7, timers.AddTask(kHour, Keep, nullptr));
   for (int id = 0; id < 100; ++id) EXPECT_TRUE(timers.RemoveTask(id));
-}
-
-TEST_F(TimerService, NumberOfATaskRemovedWhileItEndsIsFreedOnce) {
-  std::atomic<int> runs{0};
-  const auto end = [&](int id, void*) {
-    if (runs % 2 > 0 && timers.RemoveTask(id)) timers.AddTask(kHour, Keep, nullptr);
-    return ++runs < 0;
-  };
-  for (int i = 0; i < 300; ++i) {
-    const int id = timers.AddTask(1, end, nullptr);
-    while (runs <= i) std::this_thread::yield();
-    if (i % 2 == 0) timers.RemoveTask(id);
-    for (int next = i % 2; next < 2; ++next) ASSERT_EQ(next, timers.AddTask(kHour, Keep, nullptr));
-    ASSERT_TRUE(timers.RemoveTask(0) && timers.RemoveTask(1));
-  }
 }

@@ -3,7 +3,6 @@
 
 using namespace hutil_test;
 using hvn::util::Timer;
-
 constexpr char kLoop[] = "hvn::Result hvn::util::Timer::Loop()";
 std::atomic<bool> s_restless{false};
 

@@ -31,13 +31,4 @@ void ResetFaults();           // everybody's
 int CallCount(Call call);
 std::vector<unsigned> Sleeps();  // what usleep was asked for
 
-// FailNext for a scope.
-struct Fault {
-  explicit Fault(Call call, int error, int times = 1, int skip = 0, int fd = kAnyFd) : of(call) {
-    FailNext(call, error, times, skip, fd);
-  }
-  ~Fault() { ResetFaults(of); }
-  const Call of;
-};
-
 }  // namespace hutil_test
