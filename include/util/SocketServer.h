@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "util/Export.h"
 #include "util/FdMonitor.h"
@@ -51,10 +52,10 @@ class HUTIL_EXPORT SocketServer : public Socket {
   void SetNewClientCb(NewClientCallback cb);
 
   /// Sends to the client `fd`, through TLS where the server has it, as Socket::SendTo or
-  /// SslWrapper::Send does. -1, silently, for a descriptor that is no client's: another thread than
-  /// the loop's may meet that for a client that is just going, whose number may even be another
-  /// descriptor's by the time of the send. A UDP server sends on its own
-  /// descriptor only, which is connected to no one. Any thread.
+  /// SslWrapper::Send does. -1, silently, for a descriptor that is no client's, which another
+  /// thread than the loop's may meet for a client that is just going; one that goes during the send
+  /// is closed after it. A UDP server sends on its own descriptor only, which is connected to no
+  /// one. Any thread.
   ssize_t SendTo(int fd, void* data, size_t size);
   ssize_t SendTo(int fd, std::string data);
   /// Socket::SendTo: a datagram to the address `path`. Any thread.
@@ -73,7 +74,10 @@ class HUTIL_EXPORT SocketServer : public Socket {
   void ReleaseLoop();
   bool BeginEvent();
   void EndEvent();
-  bool FindClient(int fd, std::string* path);
+  bool FindClient(int fd, std::string& path);
+  bool BeginSend(int fd);
+  void EndSend(int fd);
+  bool IsSending(int fd) const;
   void ReceiveFromClient(int fd);
   bool ReadOnce(int fd, std::string&& path, char* buffer);
   void DropClient(int fd);
@@ -86,6 +90,8 @@ class HUTIL_EXPORT SocketServer : public Socket {
   uint32_t recv_buf_size_;
   Mutex mutex_;  ///< Guards what may change after construction.
   std::map<int, std::string> clients_;
+  std::vector<int> sending_;  ///< The descriptor of each SendTo under way.
+  std::vector<int> left_;     ///< Clients that went meanwhile; the last such SendTo closes them.
   DataCallback data_cb_;
   NewClientCallback new_client_cb_;
   SslWrapper* ssl_;

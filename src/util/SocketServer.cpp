@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <mutex>
 #include <utility>
@@ -67,8 +68,11 @@ void SocketServer::SetNewClientCb(NewClientCallback cb) {
 
 ssize_t SocketServer::SendTo(int fd, void* data, size_t size) {
   if (protocol_ == kUdp) return fd == fd_ ? Socket::Send(data, size) : -1;
-  if (protocol_ != kTcp || !FindClient(fd, nullptr)) return -1;
-  return ssl_ != nullptr ? ssl_->Send(fd, data, size) : Socket::SendTo(fd, data, size);
+  if (protocol_ != kTcp || !BeginSend(fd)) return -1;
+  const ssize_t sent =
+      ssl_ != nullptr ? ssl_->Send(fd, data, size) : Socket::SendTo(fd, data, size);
+  EndSend(fd);
+  return sent;
 }
 
 ssize_t SocketServer::SendTo(int fd, std::string data) {
@@ -123,12 +127,32 @@ void SocketServer::EndEvent() {
   if (stopping_) idle_.Signal();
 }
 
-bool SocketServer::FindClient(int fd, std::string* path) {
+bool SocketServer::FindClient(int fd, std::string& path) {
   std::lock_guard<Mutex> lock(mutex_);
   const auto found = clients_.find(fd);
   if (found == clients_.end()) return false;
-  if (path != nullptr) *path = found->second;
+  path = found->second;
   return true;
+}
+
+bool SocketServer::BeginSend(int fd) {
+  std::lock_guard<Mutex> lock(mutex_);
+  if (clients_.count(fd) == 0) return false;
+  sending_.push_back(fd);
+  return true;
+}
+
+void SocketServer::EndSend(int fd) {
+  std::lock_guard<Mutex> lock(mutex_);
+  sending_.erase(std::find(sending_.begin(), sending_.end(), fd));
+  const auto left = std::find(left_.begin(), left_.end(), fd);
+  if (left == left_.end() || IsSending(fd)) return;
+  left_.erase(left);
+  close(fd);
+}
+
+bool SocketServer::IsSending(int fd) const {
+  return std::find(sending_.begin(), sending_.end(), fd) != sending_.end();
 }
 
 /// One read, or as many as it takes to empty what the TLS layer holds decrypted: select does not
@@ -137,13 +161,13 @@ void SocketServer::ReceiveFromClient(int fd) {
   const ReceiveBuffer buffer = MakeReceiveBuffer(recv_buf_size_);
   if (!buffer) return;
   std::string path;
-  if (!FindClient(fd, &path)) {
+  if (!FindClient(fd, path)) {
     HUTIL_LOG(LOG_ERR, "%s %d: Unknown client fd [%d]\n", kFdCallback, __LINE__, fd);
     if (read(fd, buffer.get(), recv_buf_size_) < 0) return;  // only to drain it
     return;
   }
   while (ReadOnce(fd, std::move(path), buffer.get()) && ssl_ != nullptr && ssl_->Pending(fd) > 0 &&
-         FindClient(fd, &path)) {
+         FindClient(fd, path)) {
   }
 }
 
@@ -159,11 +183,17 @@ bool SocketServer::ReadOnce(int fd, std::string&& path, char* buffer) {
   return true;
 }
 
-/// Closing and forgetting are one step: the number may be another client's right after.
+/// Closing and forgetting are one step: the number may be another client's right after. Where
+/// another thread is still sending, that closes, or its bytes could go to the number's next owner.
 void SocketServer::DropClient(int fd) {
   {
     std::lock_guard<Mutex> lock(mutex_);
-    ShutdownAndClose(fd);
+    shutdown(fd, SHUT_RDWR);
+    if (IsSending(fd)) {
+      left_.push_back(fd);
+    } else {
+      close(fd);
+    }
     RemoveLocked(fd);
   }
   if (ssl_ != nullptr) ssl_->RemoveClient(fd);
