@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 
 namespace hvn {
@@ -13,9 +14,10 @@ off_t FileSize(int fd) {
   return size;
 }
 
-FileText::FileText(int fd, size_t size) : buffer_(MakeReceiveBuffer(size + 1)) {
-  if (!buffer_ || read(fd, buffer_.get(), size) < 0) return;
-  view_ = buffer_.get();  // zeroed, so also a file that has shrunk is terminated
+FileText::FileText(int fd, size_t size) : buffer_(static_cast<char*>(std::malloc(size))) {
+  if (!buffer_) return;
+  const ssize_t n = read(fd, buffer_.get(), size);
+  if (n > 0) view_ = {buffer_.get(), strnlen(buffer_.get(), static_cast<size_t>(n))};
 }
 
 }  // namespace util

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <mutex>
 #include <string_view>
 
@@ -33,24 +34,42 @@ bool StartsWith(std::string_view line, std::string_view prefix) {
   return line.substr(0, prefix.size()) == prefix;
 }
 
-/// `text` with the value of `prefix` replaced on each of its lines, or added at the end. False
-/// where a line holds it already.
-bool Rewrite(std::string_view text, const std::string& prefix, const std::string& value,
-             std::string& output) {
-  output.reserve(text.size() + prefix.size() + value.size() + 2);
+/// Takes the next line that holds `key`, and all before it, off the front of `rest`, which begins
+/// with a line; false where none does. A search for the key alone is faster than a walk through the
+/// lines, and than one for the prefix, the end of which stands in each of them.
+bool NextValue(std::string_view& rest, const std::string& key, const std::string& prefix,
+               std::string_view& value) {
+  const std::string later = '\n' + key;
+  while (!StartsWith(rest, prefix)) {
+    const void* const found = memmem(rest.data(), rest.size(), later.data(), later.size());
+    if (found == nullptr) return false;
+    rest.remove_prefix(static_cast<size_t>(static_cast<const char*>(found) - rest.data()) + 1);
+  }
+  NextField(rest, '\n', value);
+  value.remove_prefix(prefix.size());
+  return true;
+}
+
+bool Holds(std::string_view text, const std::string& key, const std::string& prefix,
+           const std::string& value) {
+  for (std::string_view held; NextValue(text, key, prefix, held);) {
+    if (held == value) return true;
+  }
+  return false;
+}
+
+/// `text` with `record` in the place of each line that begins with `prefix`, or added at the end.
+std::string Rewrite(std::string_view text, const std::string& prefix, const std::string& record) {
+  std::string output;
+  output.reserve(text.size() + record.size() + 2);
   bool replaced = false;
   for (std::string_view line; NextField(text, '\n', line);) {
-    if (StartsWith(line, prefix)) {
-      if (line.substr(prefix.size()) == value) return false;
-      output.append(prefix).append(value);
-      replaced = true;
-    } else {
-      output.append(line);
-    }
-    output += '\n';
+    const bool replace = StartsWith(line, prefix);
+    output.append(replace ? std::string_view(record) : line) += '\n';
+    replaced |= replace;
   }
-  if (!replaced) output.append(prefix).append(value) += '\n';
-  return true;
+  if (!replaced) output.append(record) += '\n';
+  return output;
 }
 
 /// In place and in one write: what a power loss can leave is old and new text, line by line.
@@ -83,8 +102,9 @@ hvn::Result PersistentConfig::SaveData(std::string key, std::string value) {
   const off_t size = FileSize(fd.get());
   if (size < 0 || size > kMaxSize) return hvn::kFailure;
   const FileText content(fd.get(), static_cast<size_t>(size));
-  std::string text;
-  if (!Rewrite(content.view(), key + kIndexer, value, text)) return hvn::kSuccess;
+  const std::string prefix = key + kIndexer;
+  if (Holds(content.view(), key, prefix, value)) return hvn::kSuccess;
+  const std::string text = Rewrite(content.view(), prefix, prefix + value);
   HUTIL_LOG(LOG_DEBUG, "%s %d: %s\n", kSave, __LINE__, text.c_str());
   WriteText(fd.get(), text);
   return hvn::kSuccess;
@@ -100,14 +120,11 @@ std::string PersistentConfig::LoadData(std::string key) {
     return {};
   }
   const off_t size = FileSize(fd.get());
-  if (size <= 0 || size > kMaxSize) return {};
+  if (size <= 0 || size > kMaxSize || !IsStorable(key)) return {};
   const FileText content(fd.get(), static_cast<size_t>(size));
-  const std::string prefix = key + kIndexer;
   std::string_view rest = content.view();
-  for (std::string_view line; NextField(rest, '\n', line);) {
-    if (StartsWith(line, prefix)) return std::string(line.substr(prefix.size()));
-  }
-  return {};
+  std::string_view value;
+  return NextValue(rest, key, key + kIndexer, value) ? std::string(value) : std::string();
 }
 
 }  // namespace util
