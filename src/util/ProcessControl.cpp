@@ -1,13 +1,16 @@
 #include "util/ProcessControl.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
-#include "util/FilePtr.h"
 #include "util/Log.h"
+#include "util/UniqueFd.h"
 
 namespace hvn {
 namespace util {
@@ -21,14 +24,16 @@ struct DirectoryCloser {
 };
 using DirectoryPtr = std::unique_ptr<DIR, DirectoryCloser>;
 
-/// Whether the process has that command name; false for one that is gone.
+/// Whether the process has that command name; false for one that is gone. One read without a stream
+/// around it: this runs for every process of the machine.
 bool IsNamed(int pid, const std::string& name) {
-  const FilePtr file(std::fopen(("/proc/" + std::to_string(pid) + "/comm").c_str(), "r"));
-  if (!file) return false;
+  char path[32];
+  std::snprintf(path, sizeof(path), "/proc/%d/comm", pid);
+  const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
+  if (file.get() < 0) return false;
   char text[256] = {};
-  if (std::fgets(text, sizeof(text), file.get()) == nullptr) text[0] = '\0';
-  const size_t length = std::strlen(text);
-  if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
+  if (read(file.get(), text, sizeof(text) - 1) < 0) text[0] = '\0';
+  text[std::strcspn(text, "\n")] = '\0';
   return std::strcmp(text, name.c_str()) == 0;
 }
 
