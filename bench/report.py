@@ -15,6 +15,10 @@ from statistics import median
 
 LIBRARY = "hutil"
 MARKS = ("<!-- figures: written by scripts/bench.sh --keep -->", "<!-- end of figures -->")
+HEADLINES = {("TCP echo: 64 B, 16 clients", "per_s"), ("TLS 1.2 echo: 8192 B, 16 clients", "per_s"),
+             ("accept + close", "per_s"), ("wake-up: ready descriptor", "p50_us"),
+             ("timers: 100 tasks, 10 ms", "cpu_us"), ("netlink: links", "per_s"),
+             ("settings: LoadData, 100 keys", "us"), ("HTTP GET: 1 KiB", "us")}
 COLOURS = ["#c0392b", "#2980b9", "#27ae60", "#7f8c8d"]
 
 
@@ -210,12 +214,29 @@ def markdown(entries, where, found):
         yield "| " + " | ".join(cells(entry)) + " |"
 
 
-def keep(page, figures, chart):
-    """Puts the figures between a page's two marks, and the growth chart beside the page."""
+def headlines(entries, where, found):
+    """The few figures that the README shows, each with its ratios."""
+    yield "| what | library | to the best peer | to the floor |"
+    yield "|---|---|---|---|"
+    for entry in entries:
+        if (label(entry), entry["figure"]) in HEADLINES:
+            peer = entry.get("best_peer")
+            yield (f"| {label(entry)} | {number(entry['median'][LIBRARY])} {entry['unit']} | "
+                   + (f"{entry['to_best_peer']:.2f} of {peer} | " if peer else " | ")
+                   + (f"{entry['to_floor']:.2f} |" if entry.get("to_floor") else "|"))
+    for name, value in found.items():
+        if name.startswith("libhutil"):
+            yield f"| {name}, stripped | {value} bytes | | |"
+    yield ""
+    yield (f"Ratios above 1 are better. `scripts/bench.sh` at commit {where['commit']} on "
+           f"{where['processors']} x {where['processor']}.")
+
+
+def keep(page, figures):
+    """Puts the figures between a page's two marks."""
     before, rest = page.read_text().split(MARKS[0])
     after = rest.split(MARKS[1])[1]
     page.write_text(f"{before}{MARKS[0]}\n{figures}{MARKS[1]}{after}")
-    (page.parent / "growth.svg").write_text(chart)
 
 
 # ---- Charts ----
@@ -291,7 +312,7 @@ def growth_panel(cases, left):
     return body
 
 
-def write(cases, build, where, found, page=None):
+def write(cases, build, where, found, root=None):
     fixed = [summary(case, figure) for case in cases if case.axis is None for figure in case.figures]
     growing = [case for case in cases if case.axis is not None]
     growth = [summary(case, case.figures[0]) for case in growing]
@@ -308,5 +329,7 @@ def write(cases, build, where, found, page=None):
     (build / "ratios.svg").write_text(ratio_chart(fixed))
     if growing:
         (build / "growth.svg").write_text(growth_chart(growing))
-    if page is not None:
-        keep(page, text_of_all, growth_chart(growing))
+    if root is not None:
+        keep(root / "docs/performance.md", text_of_all)
+        keep(root / "README.md", "\n".join(headlines(fixed, where, found)) + "\n")
+        (root / "docs/growth.svg").write_text(growth_chart(growing))

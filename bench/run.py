@@ -196,7 +196,7 @@ def main():
     parser.add_argument("--commit", default="unknown")
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--seconds", type=float, default=0.4, help="how long one run measures")
-    parser.add_argument("--keep", action="store_true", help="write docs/performance.md's figures")
+    parser.add_argument("--keep", action="store_true", help="write the figures of docs/performance.md and the README")
     parser.add_argument("--only", default="", help="rows whose name begins like this")
     parser.add_argument("--moment", action="store_true", help="whether all of it runs: no figures")
     options = parser.parse_args()
@@ -217,7 +217,7 @@ def main():
     if sys.stderr.isatty():
         print("\r\033[K", end="", file=sys.stderr)
     report.write(cases, runner.build, report.machine(options), report.sizes(runner.build),
-                 Path("docs/performance.md") if options.keep else None)
+                 Path() if options.keep else None)
 
 
 if __name__ == "__main__":

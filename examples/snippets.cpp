@@ -1,4 +1,4 @@
-// The lines at the top of the public headers, compiled: check_snippets.sh compares the two. What
+// The lines at the top of the public headers, compiled: scripts/check-docs.sh compares the two. What
 // they call and the library does not have is the reader's own, and stands first.
 
 #include <signal.h>

@@ -1,7 +1,7 @@
 #!/bin/bash
 # fuzz.sh SECONDS [TARGET...]
-# Runs each fuzz target (see fuzz/) for that many seconds, two at a time, each in namespaces of its own, and says how
-# much it tried and what it found. Fails where it found anything; 77 means that this machine refuses namespaces.
+# Runs each fuzz target (see fuzz/) for that many seconds, FUZZ_JOBS (2) at a time, each in namespaces of its own, and
+# says how much it tried and what it found. Fails where it found anything; 77 means that this machine refuses namespaces.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=build/fuzz
@@ -45,4 +45,4 @@ scripts/make-certs.sh "$build/certs"
 if [ $# = 1 ]; then
   for source in fuzz/*Fuzz.cpp; do set -- "$@" "$(basename "$source" .cpp)"; done
 fi
-printf '%s\n' "${@:2}" | xargs -P 2 -n 1 scripts/fuzz.sh "$1" --alone
+printf '%s\n' "${@:2}" | xargs -P "${FUZZ_JOBS:-2}" -n 1 scripts/fuzz.sh "$1" --alone

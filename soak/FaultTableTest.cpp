@@ -158,8 +158,8 @@ TEST(Faults, QueriesAndFiles) {
     Want(1, PersistentConfig::LoadData("a") + PersistentConfig::LoadData("b") == "12");
   }, {{C::kSocket, 4, 0, "failed to open socket\n"}, {C::kIoctl, 4, 0, "ioctlno [%d] errno [%d]\n"},
       {C::kInetNtop, 1, 0}, {C::kInetNtop, 1, 1}, {C::kGetIfAddrs, 1, 0, "getifaddrs errno [%d]\n"},
-      {C::kGetAddrInfo, 1, 1, "getaddrinfo errno %d\n"}, {C::kOpenDir, 1, -1}, {C::kFopen, 1, -1},
-      {C::kOpen, 1, 0}, {C::kLseek, 2, 0}, {C::kRead, 1, 0, "", 1}, {C::kLseek, 1, 1},
+      {C::kGetAddrInfo, 1, 1, "getaddrinfo errno %d\n"}, {C::kOpenDir, 1, -1}, {C::kOpen, 1, -1},
+      {C::kRead, 1, -1, "", -1}, {C::kOpen, 1, 0}, {C::kLseek, 2, 0}, {C::kRead, 1, 0, "", 1}, {C::kLseek, 1, 1},
       {C::kOpen, 1, 1, "cannot open file [%s]\n"}, {C::kOpen, 2, 0, "Cannot open file %s\n"},
       {C::kLseek, 6, 0}, {C::kRead, 3, 0, "", 0}, {C::kFtruncate, 1, kFine},
       {C::kWrite, 1, 0, "Cannot write data requested size [%zu] writed size [%zd]\n", 0}});

@@ -1,4 +1,5 @@
 // Servers that go while their clients come, send and go.
+#include <signal.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -34,6 +35,35 @@ TEST(SocketServer, DestructionUnderLoadIsOrderly) {
     EXPECT_FALSE(late);
     for (const int fd : admitted) close(fd);
   }
+}
+
+// Meanwhile no other client may have its number: the rest of the bytes would be that one's.
+TEST(SocketServer, ClientThatGoesDuringASendOfAnotherThreadIsClosedAfterIt) {
+  signal(SIGPIPE, SIG_IGN);
+  SocketServer server(
+      "127.0.0.1", Socket::kTcp, Socket::kIpv4,
+      [](int, int, std::string, void*, size_t) { return true; }, nullptr);
+  std::atomic<int> newest{0}, sent_to{0};
+  server.SetNewClientCb([&](int, int fd, std::string) { newest = fd; });
+  RawClient going(LocalPort(server.fd()));
+  ASSERT_TRUE(WaitFor([&] { return newest > 0; }, 2000));
+  const int number = newest;
+  std::thread sender([&] {
+    std::string text(64 << 20, 'x');
+    server.SendTo(number, &text[0], text.size());
+    sent_to = number;
+  });
+  ASSERT_TRUE(WaitUntilReadable(going.fd(), 2000));
+  shutdown(going.fd(), SHUT_WR);
+  ASSERT_TRUE(WaitForLog("%s %d: remove fd [%d] path [%s]\n", 2000));
+  EXPECT_EQ(server.SendTo(number, std::string("late")), -1);
+  const RawClient next(LocalPort(server.fd()));
+  ASSERT_TRUE(WaitFor([&] { return newest != number; }, 2000));
+  EXPECT_EQ(sent_to, 0) << "the send ended before it could be looked at";
+  sender.join();
+  EXPECT_EQ(fcntl(number, F_GETFD), -1);
+  server.RemoveFd(newest);
+  close(newest);
 }
 
 // The clients that a runner has not come to are taken out of the queue, which is short.

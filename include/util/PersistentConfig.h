@@ -16,15 +16,20 @@ namespace util {
 ///     PersistentConfig::SaveData("wan_mode", "2");
 ///     std::string mode = PersistentConfig::LoadData("wan_mode");
 ///
-/// Keys and values hold neither line feeds nor NULs. Lines of no known key are kept. The file is
-/// rewritten in place and synchronously; other processes are not locked out. A file above 1 MiB is
-/// neither read nor written. Both operations create the file where it is missing.
+/// Keys and values hold neither line feeds nor NULs. Lines of no known key are kept. A file above
+/// 1 MiB is neither read nor written. Both operations create the file where it is missing.
+///
+/// The file is rewritten in place and synchronously, in one write(2); other processes are not locked
+/// out. A process killed meanwhile leaves the old file, the new one, or a new one that is shorter
+/// with the rest of the old behind it; above 4096 bytes also the beginning of the new one in front of
+/// the rest of the old, cut between two pages. A loss of power can leave such mixtures too.
 class HUTIL_EXPORT PersistentConfig {
  public:
   /// Stores `value` on every line of `key`, or on a new one; the value is on the medium when this
   /// returns. Writes nothing where any line of `key` holds it already. kFailure where the file
   /// cannot be opened (logged, 3) or is too large (silent), and for a line feed or NUL (logged, 3).
-  /// A short write is only logged. A change logs the whole new file at 7. Any thread.
+  /// A short write is only logged. What cannot be read (no memory, a failing medium) counts as not
+  /// there and is not written back. A change logs the whole new file at 7. Any thread.
   static hvn::Result SaveData(std::string key, std::string value);
   /// The value on the first line of `key`. Empty where there is none, where the file is too large
   /// and where it cannot be opened (logged, 3). Any thread.

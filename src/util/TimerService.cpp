@@ -1,5 +1,6 @@
 #include "util/TimerService.h"
 
+#include <sys/prctl.h>
 #include <time.h>
 
 #include <algorithm>
@@ -18,6 +19,7 @@ namespace {
 
 constexpr size_t kMaxTasks = 100;
 constexpr long long kLongestWaitUs = 1000000000;
+constexpr unsigned long kTimerSlackNs = 1000;
 constexpr char kThreadLoop[] =
     "void hvn::util::TimerService::ThreadLoop(hvn::util::TimerService::ThreadInfo*)";
 
@@ -83,6 +85,8 @@ bool TimerService::RemoveTask(int id) {
 
 void TimerService::ThreadLoop(ThreadInfo* info) {
   HUTIL_ANNOUNCE_THREAD(kThreadLoop);
+  prctl(PR_SET_TIMERSLACK,
+        kTimerSlackNs);  // the kernel's 50 us would make each wait that much longer
   while (info->running) {
     std::list<CbInfo> due;
     const long long min_time = CollectDue(info, due);
