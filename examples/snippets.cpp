@@ -1,5 +1,5 @@
-// The lines at the top of the public headers, compiled: scripts/check-docs.sh compares the two. What
-// they call and the library does not have is the reader's own, and stands first.
+// The lines at the top of the public headers, compiled: scripts/check-docs.sh compares the two.
+// What they call and the library does not have is the reader's own, and stands first.
 
 #include <signal.h>
 

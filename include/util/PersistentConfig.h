@@ -19,10 +19,11 @@ namespace util {
 /// Keys and values hold neither line feeds nor NULs. Lines of no known key are kept. A file above
 /// 1 MiB is neither read nor written. Both operations create the file where it is missing.
 ///
-/// The file is rewritten in place and synchronously, in one write(2); other processes are not locked
-/// out. A process killed meanwhile leaves the old file, the new one, or a new one that is shorter
-/// with the rest of the old behind it; above 4096 bytes also the beginning of the new one in front of
-/// the rest of the old, cut between two pages. A loss of power can leave such mixtures too.
+/// The file is rewritten in place and synchronously, in one write(2); other processes are not
+/// locked out. A process killed meanwhile leaves the old file, the new one, or a new one that is
+/// shorter with the rest of the old behind it; above 4096 bytes also the beginning of the new one
+/// in front of the rest of the old, cut between two pages. A loss of power can leave such mixtures
+/// too.
 class HUTIL_EXPORT PersistentConfig {
  public:
   /// Stores `value` on every line of `key`, or on a new one; the value is on the medium when this
