@@ -19,6 +19,6 @@ fi
 
 scripts/setup.sh build bench
 cmake -S bench -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=None -DCMAKE_CXX_FLAGS=-O2 >/dev/null
-cmake --build build/bench -j2 | tail -1
+cmake --build build/bench -j2 >build/bench/build.txt || { cat build/bench/build.txt; exit 1; }
 commit=$(git describe --always --dirty 2>/dev/null || echo unknown)
 exec scripts/isolate.sh scripts/bench.sh --inside --build build/bench --commit "$commit" "$@"

@@ -1,6 +1,6 @@
 #!/bin/bash
-# check.sh [--all]: what the suite alone does not show; --all adds 32-bit ARM under emulation and the fuzz targets.
-# Static analysis first, then the suite under each sanitizer and as Clang builds it.
+# check.sh: what the suite alone does not show. Static analysis and the documentation first, then other machines and
+# inputs, then the suite under each sanitizer and as Clang builds it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh build test check
@@ -39,15 +39,21 @@ build release hutil
 strip -o build/release/stripped build/release/src/libhutil.so.0.1.0
 printf '%-8s %8d bytes\n' "$(uname -m)" "$(stat -c %s build/release/stripped)"
 
+title "manual"
+scripts/docs.sh
+
 title "binary interface"
 scripts/abi.sh check
 
-if [ "${1-}" = --all ]; then
-  title "32-bit ARM"
-  scripts/armhf.sh
-  title "fuzz targets, ten seconds each"
-  scripts/fuzz.sh 10
-fi
+title "32-bit ARM"
+scripts/armhf.sh
+
+title "fuzz targets, ten seconds each"
+scripts/fuzz.sh 10
+
+title "benchmarks, a moment of each"
+scripts/bench.sh --moment >build/bench-moment.txt || { cat build/bench-moment.txt; exit 1; }
+tail -n 1 build/bench-moment.txt
 
 for preset in asan tsan clang; do
   title "suite: $preset"
