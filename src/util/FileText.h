@@ -22,7 +22,7 @@ class FileText {
 
  private:
   ReceiveBuffer buffer_;
-  std::string_view view_ = "";  // never null, which the C library's searches do not take
+  std::string_view view_;
 };
 
 }  // namespace util

@@ -41,6 +41,7 @@ bool NextValue(std::string_view& rest, const std::string& key, const std::string
                std::string_view& value) {
   const std::string later = '\n' + key;
   while (!StartsWith(rest, prefix)) {
+    if (rest.empty()) return false;  // it may be null then, which memmem does not take
     const void* const found = memmem(rest.data(), rest.size(), later.data(), later.size());
     if (found == nullptr) return false;
     rest.remove_prefix(static_cast<size_t>(static_cast<const char*>(found) - rest.data()) + 1);
@@ -59,13 +60,13 @@ bool Holds(std::string_view text, const std::string& key, const std::string& pre
 }
 
 /// `text` with `record` in the place of each line that begins with `prefix`, or added at the end.
-std::string Rewrite(std::string_view text, const std::string& prefix, const std::string& record) {
+std::string Rewrite(std::string_view text, std::string_view prefix, std::string_view record) {
   std::string output;
   output.reserve(text.size() + record.size() + 2);
   bool replaced = false;
   for (std::string_view line; NextField(text, '\n', line);) {
     const bool replace = StartsWith(line, prefix);
-    output.append(replace ? std::string_view(record) : line) += '\n';
+    output.append(replace ? record : line) += '\n';
     replaced |= replace;
   }
   if (!replaced) output.append(record) += '\n';
