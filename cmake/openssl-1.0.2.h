@@ -7,6 +7,7 @@
 #define OPENSSL_VERSION_NUMBER 0x1000200fL
 #define SSL_FILETYPE_PEM 1
 #define SSL_FILETYPE_ASN1 2
+#define CRYPTO_LOCK 1
 #define EVP_PKEY_RSA 6
 #define EVP_PKEY_EC 408
 
@@ -25,6 +26,10 @@ int BIO_free(BIO* a);
 BIO* BIO_new(BIO_METHOD* type);
 BIO_METHOD* BIO_s_mem(void);
 int BIO_write(BIO* b, const void* data, int len);
+
+void (*CRYPTO_get_locking_callback(void))(int mode, int type, const char* file, int line);
+int CRYPTO_num_locks(void);
+void CRYPTO_set_locking_callback(void (*func)(int mode, int type, const char* file, int line));
 
 int ERR_pop_to_mark(void);
 int ERR_set_mark(void);
@@ -46,6 +51,7 @@ X509_STORE* SSL_CTX_get_cert_store(const SSL_CTX*);
 int SSL_CTX_load_verify_locations(SSL_CTX* ctx, const char* CAfile, const char* CApath);
 SSL_CTX* SSL_CTX_new(const SSL_METHOD* meth);
 int SSL_CTX_set_cipher_list(SSL_CTX*, const char* str);
+void SSL_CTX_set_default_passwd_cb(SSL_CTX* ctx, pem_password_cb* cb);
 int SSL_CTX_use_PrivateKey_file(SSL_CTX* ctx, const char* file, int type);
 int SSL_CTX_use_certificate_file(SSL_CTX* ctx, const char* file, int type);
 int SSL_accept(SSL* ssl);

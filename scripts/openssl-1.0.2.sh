@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 headers=$(mktemp -d)
 trap 'rm -r "$headers"' EXIT
 mkdir "$headers/openssl"
-for name in bio err evp pem ssl x509; do
+for name in bio crypto err evp pem ssl x509; do
   ln -s "$PWD/cmake/openssl-1.0.2.h" "$headers/openssl/$name.h"
 done
 

@@ -133,6 +133,7 @@ TEST(OpenSslImpl, MessagesCrossAndAClosedPeerReadsAsZero) {
   EXPECT_EQ(server->Pending(fds[0]) + server->Pending(-1), 0U);
   const size_t too_much = size_t{1} << 31;
   EXPECT_EQ(client->Send(fds[1], buffer, too_much), -1);
+  EXPECT_EQ(client->Send(fds[1], nullptr, 5), -1);
   EXPECT_EQ(client->Recv(fds[1], buffer, too_much), -1);
   EXPECT_SAID(LOG_ERR, recv, "size %zd rs %zd\n", ssize_t(too_much), ssize_t{-1});
   client.reset();

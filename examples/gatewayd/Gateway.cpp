@@ -174,12 +174,12 @@ void Gateway::Note(EventDic& event) {
   const char* name = NameOf(event.type_);
   if (name == nullptr) return;
   std::string line = ClockText() + " " + name + " " + event.GetParam(EventDic::kIfName);
-  const std::pair<const char*, EventDic::Param> details[] = {
-      {" mac=", EventDic::kMacAddress}, {" ip-version=", EventDic::kIpVersion}};
-  for (const auto& detail : details) {
-    const std::string value = event.GetParam(detail.second);
-    if (!value.empty()) line += detail.first + value;
-  }
+  const std::string mac = event.GetParam(EventDic::kMacAddress);
+  const std::string version = event.GetParam(EventDic::kIpVersion);
+  const bool is_link =
+      event.type_ <= EventDic::kEventGetLink;  // others have none, whatever they say
+  if (is_link && !mac.empty()) line += " mac=" + mac;
+  if (!version.empty()) line += " ip-version=" + version;
   std::lock_guard<Mutex> lock(mutex_);
   events_.push_back(std::move(line));
   if (events_.size() > kMaxEvents) events_.pop_front();

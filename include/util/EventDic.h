@@ -46,6 +46,9 @@ class HUTIL_EXPORT EventDic {
     kEventGetTfilter = 279,
   };
 
+  /// What an event may tell. Every message is read as if it were about a link: in events of other
+  /// kinds believe type_ and kIpVersion, and ask the interface for the rest, as the other texts may
+  /// be made of bytes that mean something else.
   enum Param : int32_t {
     kMacAddress = 8,        ///< "aa:bb:cc:dd:ee:ff".
     kBroadcastAddress = 9,  ///< Link-layer broadcast address, in the same form.
@@ -59,7 +62,7 @@ class HUTIL_EXPORT EventDic {
   /// The value of `key`; a missing key is entered with an empty value, which is returned. Owner.
   std::string GetParam(Param key);
 
-  EventType type_ = kEventNone;
+  EventType type_ = kEventNone;  ///< Which message the event was made from.
 
  private:
   std::map<Param, std::string> params_;

@@ -25,9 +25,12 @@ namespace util {
 /// limit, no redirects. Every operation: owner; different objects are independent.
 class HUTIL_EXPORT HttpRequest {
  public:
+  /// kNone runs nothing.
   enum Method : int { kNone = 0, kGet = 1, kPost = 2 };
 
+  /// Makes the libcurl handle; where that fails, Start does.
   HttpRequest();
+  /// Releases the handle and its connection.
   ~HttpRequest();
   HttpRequest(const HttpRequest&) = delete;
   HttpRequest& operator=(const HttpRequest&) = delete;

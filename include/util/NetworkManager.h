@@ -55,9 +55,10 @@ class HUTIL_EXPORT NetworkManager {
   /// Sets IFF_UP, also where it is set already; `ifr`, zeroed, holds the flags after. Any thread.
   static bool WakeUpIfNeeded(std::string ifname, ifreq& ifr);
 
-  /// Brings the interface up and sets its IPv4 address or netmask; logs success at 7. The text is
-  /// not checked: see IsValidAddress. Any thread.
+  /// Brings the interface up and sets its IPv4 address; logs success at 7. Text that is no address
+  /// counts as 0.0.0.0, which takes the address away: see IsValidAddress. Any thread.
   static bool SetIpAddress(std::string ifname, std::string ip);
+  /// The same for the IPv4 netmask. Any thread.
   static bool SetSubnetMask(std::string ifname, std::string mask);
   /// The IPv4 address or, with `ipv6`, the first global IPv6 address, uncompressed
   /// ("2001:0db8:0000:...:0001"), which never logs. False with `out` empty where there is none. Any
@@ -77,8 +78,7 @@ class HUTIL_EXPORT NetworkManager {
   static bool CheckIpv4SubnetMaskValidation(std::string netmask);
   /// The range from the address after the gateway's to the subnet's broadcast address. False, with
   /// both untouched, for bad texts and for a gateway that is its subnet's last address (but for
-  /// 255.255.255.255, whose range starts at 0.0.0.0). Traces at
-  /// 7. Any thread.
+  /// 255.255.255.255, whose range starts at 0.0.0.0). Traces at 7. Any thread.
   static bool GetIpv4DhcpRange(std::string gateway, std::string netmask, std::string& start,
                                std::string& end);
   /// Whether the range lies in the gateway's subnet and above the gateway; logs if not, but for
@@ -86,8 +86,8 @@ class HUTIL_EXPORT NetworkManager {
   static bool CheckIpv4DhcpRangeValidation(std::string gateway, std::string netmask,
                                            std::string start, std::string end);
 
-  /// The name of an IPv4 address, or empty (logged). Blocks for the resolver. Any thread. See
-  /// getnameinfo(3).
+  /// The name of an IPv4 address, or empty (logged). Text that is no address is looked up as
+  /// 255.255.255.255. Blocks for the resolver. Any thread. See getnameinfo(3).
   static std::string GetHostNameByIp(std::string ip);
   /// The addresses of `host` in the resolver's order, logged at 7. kFailure, logged, with both
   /// lists empty. Blocks for the resolver's time limit. Any thread. See getaddrinfo(3).

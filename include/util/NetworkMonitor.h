@@ -35,8 +35,9 @@ class HUTIL_EXPORT NetworkMonitor {
   NetworkMonitor& operator=(const NetworkMonitor&) = delete;
 
   /// Reads one datagram from `fd`, decodes its messages and calls back for each. A failed read (an
-  /// overrun of the receive buffer among them) is logged; later notifications still arrive. Loop
-  /// thread.
+  /// overrun of the receive buffer among them) is logged; later notifications still arrive. A
+  /// message below 32 bytes (logged) or of a wrong length (silent) ends the datagram. Hardware
+  /// addresses and looked-up names log at 7. Loop thread.
   void FdCallback(int fd, FdType type);
 
  private:

@@ -17,7 +17,8 @@ namespace util {
 ///     std::string mode = PersistentConfig::LoadData("wan_mode");
 ///
 /// Keys and values hold neither line feeds nor NULs. Lines of no known key are kept. A file above
-/// 1 MiB is neither read nor written. Both operations create the file where it is missing.
+/// 1 MiB is neither read nor written, and nothing keeps SaveData from making it so: all later calls
+/// fail then, silently. Both operations create the file where it is missing.
 ///
 /// The file is rewritten in place and synchronously, in one write(2); other processes are not
 /// locked out. A process killed meanwhile leaves the old file, the new one, or a new one that is
@@ -32,8 +33,8 @@ class HUTIL_EXPORT PersistentConfig {
   /// A short write is only logged. What cannot be read (no memory, a failing medium) counts as not
   /// there and is not written back. A change logs the whole new file at 7. Any thread.
   static hvn::Result SaveData(std::string key, std::string value);
-  /// The value on the first line of `key`. Empty where there is none, where the file is too large
-  /// and where it cannot be opened (logged, 3). Any thread.
+  /// The value on the first line of `key`, which may be empty. Empty too where there is none, where
+  /// the file is too large and where it cannot be opened (logged, 3). Any thread.
   static std::string LoadData(std::string key);
 
  private:

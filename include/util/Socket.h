@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -62,8 +63,8 @@ class HUTIL_EXPORT Socket {
 
   /// What the path constructor runs: socket(2), buffer sizes, SO_LINGER 0 for TCP, SO_REUSEADDR,
   /// bind(2) or BindToDevice. A stale socket file is removed first; a Unix path above 108 bytes is
-  /// ENAMETOOLONG. kFailure leaves no descriptor. Logs success at 6, its steps at 7. Not for
-  /// adopted descriptors.
+  /// ENAMETOOLONG. kFailure leaves no descriptor, or the earlier one where no other could be made.
+  /// Logs success at 6, its steps at 7. Not for adopted descriptors.
   hvn::Result Init();
   /// Splits `path` by the grammar above; port 0 where it names none. Logs success at 7. kFailure,
   /// logged only for a port that is not all digits, leaves what was read so far in both; for an
@@ -90,8 +91,9 @@ class HUTIL_EXPORT Socket {
   /// is joined instead, with kSuccess also where that fails (logged), and is_connected() unchanged.
   /// kInvalidArgument where a kIpv6 `dest` is no IPv6 literal (logged); kFailure where the connect
   /// fails (logged at 7), select(2) cannot hold the descriptor (logged) or GetIpAndPortByPath
-  /// fails. With a limit the socket is blocking again after the wait, and stays non-blocking after
-  /// an immediate refusal. See connect(2).
+  /// fails, and always for kNetlink. Steps and success log at 7, a join at 6. With a limit the
+  /// socket is blocking again after the wait, and stays non-blocking after an immediate refusal.
+  /// See connect(2).
   hvn::Result Connect(std::string dest, int timeout_us);
 
   /// Sends all of `size` bytes on `fd` and returns their count. While the kernel has no room, or
@@ -103,8 +105,10 @@ class HUTIL_EXPORT Socket {
   ssize_t SendTo(int fd, void* data, size_t size);
   ssize_t SendTo(int fd, std::string data);
   /// Sends to the address `path` and returns the bytes sent; tries again without a pause or a limit
-  /// while the kernel has no room. -1, silently, for a bad path or argument. A kIpv6 socket sends
-  /// to the path's port of "::" whatever address the path names. See sendto(2).
+  /// while the kernel has no room (logged each time). Any other failure is logged and ends it with
+  /// the count so far, 0 included. -1 for a bad argument and for a path without an address, which
+  /// is logged where a port is not all digits or a file's name too long. A kIpv6 socket sends to
+  /// the path's port of "::" whatever address the path names. See sendto(2).
   ssize_t SendTo(std::string path, const void* data, size_t size);
   ssize_t SendTo(std::string path, void* data, size_t size);
   ssize_t SendTo(std::string path, std::string data);
@@ -153,7 +157,7 @@ class HUTIL_EXPORT Socket {
   bool BuildDestination(const std::string& path, SocketAddress& address);
   void CloseDescriptor();
 
-  static int nl_pid_index;
+  static std::atomic<int> nl_pid_index;
 };
 
 }  // namespace util

@@ -29,11 +29,13 @@ namespace util {
 ///
 /// Both callbacks run on the loop's thread with no lock held, all clients after one another: they
 /// must not block it for long. No callback runs after the destructor has returned. A TLS handshake
-/// runs on that thread too.
+/// runs on that thread too. A callback gets 8192 bytes at the most: a longer message of a stream
+/// comes in several, a longer datagram is cut.
 class HUTIL_EXPORT SocketServer : public Socket {
  public:
   /// Gets the server's descriptor, the client's (0 for a datagram), the peer's path ("IP:PORT" for
-  /// IPv4, "IP;PORT" for IPv6) and the bytes, which live for the call only. The result is ignored.
+  /// IPv4, "IP;PORT" for IPv6 but empty for its datagrams, the peer's file or nothing for kUnix)
+  /// and the bytes, which live for the call only. The result is ignored.
   using DataCallback = std::function<bool(int, int, std::string, void*, size_t)>;
   /// Gets the server's descriptor, the new client's and its path.
   using NewClientCallback = std::function<void(int, int, std::string)>;
@@ -65,7 +67,8 @@ class HUTIL_EXPORT SocketServer : public Socket {
   /// its first data where the server has TLS. Any thread.
   void AddFd(int fd, std::string path);
   /// Forgets a client without closing `fd`; logs at 7. One last event may be under way: close `fd`
-  /// in a callback, or when the server is gone. Any thread.
+  /// in a callback, or when the server is gone, after RemoveClient on the wrapper if there is one.
+  /// Any thread.
   void RemoveFd(int fd);
   /// What the loop calls for the server's descriptor and each client's. Loop thread.
   void FdCallback(int fd, FdType type);

@@ -26,8 +26,12 @@ namespace util {
 ///     SocketServerRunner runner(OnData);
 ///     runner.AddServer(&control);
 ///
-/// The callback runs on the runner's thread with no lock held and gets what SocketServer's gets.
-/// Sockets stay the daemon's, which answers through them and destroys them when the runner is gone.
+/// The callback runs on the runner's thread with no lock held and gets what SocketServer's gets, up
+/// to 32768 bytes at a time. Sockets stay the daemon's, which answers through them (to a stream
+/// client from the callback: at its end of stream the runner closes it) and destroys them when the
+/// runner is gone. Accepts log at 7; failed and empty reads at 3, an orderly end of stream among
+/// them. A client whose read failed stays; one that select(2) cannot hold is closed.
+///
 /// A stream client whose path is empty (an unnamed Unix peer) cannot be served: its data counts as
 /// an event of its server's listening socket, stays unread and slows the loop down. Give Unix
 /// clients a path of their own, or let them send datagrams.
@@ -54,13 +58,15 @@ class HUTIL_EXPORT SocketServerRunner {
   bool AddServer(Socket* server);
   /// Stops serving the socket of that descriptor. Take its clients out with RemoveFd first: one
   /// that is left is closed at its next event, with a log line (3), but stays in the loop, where
-  /// select(2) fails from then on. An event of the socket may be under way still. Always true. Any
-  /// thread.
+  /// select(2) fails from then on. An event of the socket that is under way, or of the same pass as
+  /// the callback that calls this, still takes place or, with a log line (3), closes the socket's
+  /// descriptor: remove sockets when they are silent. Always true. Any thread.
   bool RemoveServer(int fd);
   bool RemoveServer(Socket* server);
 
-  /// Enters or forgets one client of `server`; an unknown server is ignored. `fd` is not closed.
-  /// Any thread.
+  /// Enters or forgets one client of `server`; an unknown server is ignored. `fd` stays open, but
+  /// for a client with an event under way, or in the same pass as the callback that forgets it: it
+  /// is closed, with a log line (3), when its turn comes. Any thread.
   void AddFd(Socket* server, int fd, std::string path);
   void RemoveFd(Socket* server, int fd);
   /// What the loop calls for every descriptor. Loop thread.
@@ -73,7 +79,8 @@ class HUTIL_EXPORT SocketServerRunner {
 
  private:
   Socket* FindServer(int fd, std::string* path);
-  void RemoveLocked(const Socket* server, int fd);
+  bool Forget(const Socket* server, int fd);
+  void CloseClient(const Socket* server, int fd);
   bool RemoveMatching(const Socket* server, int fd);
   void AcceptClient(Socket* server);
   void ReceiveOneDatagram(Socket* server, int fd);

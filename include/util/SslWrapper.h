@@ -48,8 +48,8 @@ class HUTIL_EXPORT SslWrapper {
   /// read. Owner.
   hvn::Result SetRootCaFile(std::string path, FileType type);
   /// Loads the own certificate and its key, which must not be encrypted. kNotInitialized without a
-  /// context; kFailure, logged, where one could not be loaded. Whether the two belong together
-  /// shows at the handshake. Owner.
+  /// context; kFailure, logged, where one could not be loaded, a key of the certificate's type that
+  /// does not belong to it among them. One of another type shows at the handshake. Owner.
   hvn::Result SetCertAndKeyFile(std::string cert_path, std::string key_path, FileType cert_type,
                                 FileType key_type);
   /// Sets the cipher list, the entries joined by ":"; logs at 7. False without a context, and,

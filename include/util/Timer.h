@@ -38,7 +38,7 @@ class HUTIL_EXPORT Timer {
   /// Disarms the timer; a wait under way still ends in one call. Always kSuccess. Any thread but
   /// the timer's.
   hvn::Result Stop();
-  /// The body of the timer's thread; not for users.
+  /// The body of the timer's thread; not for users. kSuccess, at its end.
   hvn::Result Loop();
 
  private:

@@ -24,9 +24,10 @@ class HUTIL_EXPORT TimerService {
   /// Called as (task number, the pointer given to AddTask); true keeps the task, false ends it.
   using Callback = std::function<bool(int, void*)>;
 
+  /// A task.
   struct CbInfo {
     int id;
-    int run_count;
+    int run_count;  ///< Wraps around.
     long long interval_us;
     long long last_run_us;  ///< On CLOCK_MONOTONIC.
     Callback callback;
@@ -35,6 +36,7 @@ class HUTIL_EXPORT TimerService {
     bool operator==(const CbInfo& other) const { return id == other.id; }
   };
 
+  /// A worker.
   struct ThreadInfo {
     std::unique_ptr<std::thread> thread;
     bool running = true;

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "util/Log.h"
-#include "util/Thread.h"
 
 namespace hvn {
 namespace util {
@@ -18,8 +17,8 @@ constexpr char kStart[] = "hvn::Result hvn::util::HttpRequest::Start(hvn::util::
 }  // namespace
 
 HttpRequest::HttpRequest() {
-  static Mutex mutex;  // libcurl's own first use is not safe for threads in every release
-  std::lock_guard<Mutex> lock(mutex);
+  static std::mutex mutex;  // libcurl's own first use is not safe for threads in every release
+  std::lock_guard<std::mutex> lock(mutex);
   curl_ = curl_easy_init();
 }
 

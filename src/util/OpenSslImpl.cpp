@@ -56,6 +56,11 @@ BioPtr MemoryBio(Buffer& data) {
   return bio;
 }
 
+/// What one call of OpenSSL's can move.
+bool IsTransferable(const void* data, size_t size) {
+  return size <= INT_MAX && (data != nullptr || size == 0);
+}
+
 /// What OpenSSL's parsers can count.
 bool IsParsable(Buffer& data) { return data.size() > 0 && data.size() <= INT_MAX; }
 
@@ -168,6 +173,7 @@ hvn::Result OpenSslImpl::SetCertAndKeyFile(std::string cert_path, std::string ke
       "hvn::util::SslWrapper::FileType, hvn::util::SslWrapper::FileType)";
   if (!ctx_) return hvn::kNotInitialized;
   const ErrorQueueGuard guard;
+  SSL_CTX_set_default_passwd_cb(ctx_.get(), NoPassword);
   const char* failed = nullptr;
   if (SSL_CTX_use_certificate_file(ctx_.get(), cert_path.c_str(), ConvertFileType(cert_type)) !=
       1) {
@@ -289,7 +295,8 @@ ssize_t OpenSslImpl::Recv(int fd, void* data, size_t size) {
   SSL* const session = Find(fd, kFunction);
   if (session == nullptr) return -1;
   const ErrorQueueGuard guard;
-  const ssize_t rs = size <= INT_MAX ? SSL_read(session, data, static_cast<int>(size)) : -1;
+  const ssize_t rs =
+      IsTransferable(data, size) ? SSL_read(session, data, static_cast<int>(size)) : -1;
   if (rs < 0) {
     HUTIL_LOG(LOG_ERR, "%s %d: size %zd rs %zd\n", kFunction, __LINE__, static_cast<ssize_t>(size),
               rs);
@@ -301,7 +308,7 @@ ssize_t OpenSslImpl::Send(int fd, const void* data, size_t size) {
   constexpr char kFunction[] = "ssize_t hvn::util::OpenSslImpl::Send(int, const void*, size_t)";
   std::lock_guard<Mutex> lock(mutex_);
   SSL* const session = Find(fd, kFunction);
-  if (session == nullptr || size > INT_MAX) return -1;
+  if (session == nullptr || !IsTransferable(data, size)) return -1;
   const ErrorQueueGuard guard;
   const int length = static_cast<int>(size);
   return SSL_write(session, data, length) == length ? static_cast<ssize_t>(size) : -1;

@@ -50,7 +50,7 @@ int FamilyOf(Socket::Domain domain) {
 
 }  // namespace
 
-int Socket::nl_pid_index = 0;
+std::atomic<int> Socket::nl_pid_index{0};
 
 Socket::Socket(int fd, Protocol protocol, Domain domain)
     : domain_(domain), fd_(fd), protocol_(protocol), owns_fd_(false) {
@@ -122,6 +122,7 @@ hvn::Result Socket::OpenDescriptor() {
   TuneSocket(fd, option_, protocol_ == kTcp);
   if (owns_fd_ && fd_ >= 0) close(fd_);  // set up anew: the earlier descriptor would leak
   fd_ = fd;
+  is_connected_ = false;
   return hvn::kSuccess;
 }
 

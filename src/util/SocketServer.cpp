@@ -185,9 +185,11 @@ bool SocketServer::ReadOnce(int fd, std::string&& path, char* buffer) {
 
 /// Closing and forgetting are one step: the number may be another client's right after. Where
 /// another thread is still sending, that closes, or its bytes could go to the number's next owner.
+/// A client that was taken out meanwhile is its taker's to close.
 void SocketServer::DropClient(int fd) {
   {
     std::lock_guard<Mutex> lock(mutex_);
+    if (clients_.count(fd) == 0) return;
     shutdown(fd, SHUT_RDWR);
     if (IsSending(fd)) {
       left_.push_back(fd);

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <mutex>
 #include <utility>
@@ -86,15 +87,14 @@ void SocketServerRunner::AddFd(Socket* server, int fd, std::string path) {
 
 void SocketServerRunner::RemoveFd(Socket* server, int fd) {
   std::lock_guard<Mutex> lock(mutex_);
-  RemoveLocked(server, fd);
+  if (Forget(server, fd)) fd_monitor_->Remove(fd, kRead);
 }
 
-void SocketServerRunner::RemoveLocked(const Socket* server, int fd) {
-  for (ServerInfo& info : servers_) {
-    if (info.server != server || info.clients.erase(fd) == 0) continue;
-    fd_monitor_->Remove(fd, kRead);
-    return;
-  }
+/// With the lock held: whether it was a client, which it is no longer.
+bool SocketServerRunner::Forget(const Socket* server, int fd) {
+  return std::any_of(servers_.begin(), servers_.end(), [&](ServerInfo& info) {
+    return info.server == server && info.clients.erase(fd) > 0;
+  });
 }
 
 void SocketServerRunner::FdCallback(int fd, FdType /*type*/) {
@@ -160,13 +160,17 @@ void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::st
   if (!buffer) return;
   const ssize_t n = recv(fd, buffer.get(), recv_buf_size_, 0);
   if (n < 1) HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kFdCallback, __LINE__, errno);
-  if (n == 0) {
-    std::lock_guard<Mutex> lock(
-        mutex_);  // one step: the number may be another client's right after
-    close(fd);
-    RemoveLocked(server, fd);
-  }
+  if (n == 0) CloseClient(server, fd);
   if (data_cb_ && n > 0) data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
+}
+
+/// In one step, since the number may be another client's right after. One that was taken out
+/// meanwhile is its taker's to close.
+void SocketServerRunner::CloseClient(const Socket* server, int fd) {
+  std::lock_guard<Mutex> lock(mutex_);
+  if (!Forget(server, fd)) return;
+  close(fd);
+  fd_monitor_->Remove(fd, kRead);
 }
 
 ssize_t SocketServerRunner::Send(int /*fd*/, void* /*data*/, size_t /*size*/) { return -1; }

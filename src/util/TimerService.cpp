@@ -119,7 +119,7 @@ long long TimerService::CollectDue(ThreadInfo* info, std::list<CbInfo>& due) {
       continue;
     }
     task.last_run_us = now;
-    ++task.run_count;
+    task.run_count = static_cast<int>(static_cast<unsigned int>(task.run_count) + 1);  // may wrap
     due.push_back(task);
     min_time = task.interval_us;
   }
