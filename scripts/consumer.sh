@@ -21,6 +21,9 @@ if [ $# -gt 1 ]; then
   ! grep -rIl "$work/staged" "$work/prefix" || { echo "consumer.sh: these hold absolute paths" >&2; exit 1; }
 fi
 
+# CMake's own choice is make, which builds nothing else here.
+if command -v ninja >/dev/null; then export CMAKE_GENERATOR=Ninja; fi
+
 run() { # BUILT_BY PROGRAM
   # shellcheck disable=SC2086  # words
   env ${library_dir:+LD_LIBRARY_PATH=$library_dir} ${CONSUMER_RUNNER-} "$2"

@@ -1,11 +1,14 @@
 #include "gatewayd/LineService.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/select.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <iterator>
 #include <mutex>
@@ -20,9 +23,10 @@ namespace {
 constexpr timeval kReceiveLimit = {5, 0};
 constexpr unsigned int kSendLimitMs = 5000;
 
-ino_t InodeOf(int fd) {
-  struct stat status;
-  return fstat(fd, &status) == 0 ? status.st_ino : 0;
+/// Where the limit allows, above the numbers that servers can wait for.
+int Duplicate(int fd) {
+  const int high = fcntl(fd, F_DUPFD_CLOEXEC, FD_SETSIZE);
+  return high >= 0 ? high : fcntl(fd, F_DUPFD_CLOEXEC, 0);
 }
 
 /// One loop serves everybody, so nobody may hold it up by stopping halfway, in a handshake, in a
@@ -34,6 +38,20 @@ void LimitPatience(int fd) {
 }
 
 }  // namespace
+
+LineService::Line::Line(int fd) : fd_(Duplicate(fd)) {}
+
+LineService::Line::~Line() {
+  if (fd_ >= 0) close(fd_);
+}
+
+/// Whether both directions have ended, as they have when the server has dropped the client.
+bool LineService::Line::IsDown() const {
+  pollfd line = {fd_, 0, 0};
+  return fd_ < 0 || (poll(&line, 1, 0) == 1 && (line.revents & POLLHUP) != 0);
+}
+
+void LineService::Line::Shut(int how) const { shutdown(fd_, how); }
 
 LineService::LineService(std::string name, std::string path, Socket::Domain domain, SslWrapper* ssl,
                          Gateway& gateway, SlowLane& lane)
@@ -66,7 +84,7 @@ void LineService::Sweep() {
   std::lock_guard<Mutex> lock(mutex_);
   ForgetTheGone();
   for (auto& entry : sessions_) {
-    if (entry.second.swept) shutdown(entry.first, SHUT_RDWR);
+    if (entry.second.swept) entry.second.line.Shut(SHUT_RDWR);
     entry.second.swept = entry.second.leaving;
   }
 }
@@ -79,43 +97,43 @@ void LineService::Greet(int fd, const std::string& path) {
 }
 
 void LineService::Receive(int fd, const std::string& path, const char* data, size_t size) {
-  ino_t inode = 0;
+  uint64_t id = 0;
   {
     std::lock_guard<Mutex> lock(mutex_);
     Session& session = Enter(fd, path);
     if (session.leaving) return;
-    inode = session.inode;
+    id = session.id;
     session.input.Add(data, size);
     if (session.input.full()) {  // it sends and sends, and waits for no answer
       session.leaving = true;
-      shutdown(fd, SHUT_RDWR);
+      session.line.Shut(SHUT_RDWR);
     }
   }
-  Pump(fd, inode);
+  Pump(fd, id);
 }
 
 /// Works off the client's complete lines, up to one that goes into the slow lane: that one goes on
 /// from there.
-void LineService::Pump(int fd, ino_t inode) {
+void LineService::Pump(int fd, uint64_t id) {
   std::string line;
-  while (Next(fd, inode, line)) {
+  while (Next(fd, id, line)) {
     if (!Gateway::IsSlow(line)) {
-      Answer(fd, inode, gateway_.Run(line));
+      Answer(fd, id, gateway_.Run(line));
       continue;
     }
-    const auto job = [this, fd, inode, line] {
-      Answer(fd, inode, gateway_.Run(line));
-      Pump(fd, inode);
+    const auto job = [this, fd, id, line] {
+      Answer(fd, id, gateway_.Run(line));
+      Pump(fd, id);
     };
     if (lane_.Run(job)) return;
-    Answer(fd, inode, Reply::Error("busy, try again later"));
+    Answer(fd, id, Reply::Error("busy, try again later"));
   }
 }
 
 /// Takes the client's next line, if it has one and no other one is being worked on.
-bool LineService::Next(int fd, ino_t inode, std::string& line) {
+bool LineService::Next(int fd, uint64_t id, std::string& line) {
   std::lock_guard<Mutex> lock(mutex_);
-  Session* session = Find(fd, inode);
+  Session* session = Find(fd, id);
   if (session == nullptr || session->busy) return false;
   while (!session->leaving) {
     const LineBuffer::State state = session->input.Take(line);
@@ -126,31 +144,31 @@ bool LineService::Next(int fd, ino_t inode, std::string& line) {
   return false;
 }
 
-void LineService::Answer(int fd, ino_t inode, const Reply& reply) {
+void LineService::Answer(int fd, uint64_t id, const Reply& reply) {
   std::lock_guard<Mutex> lock(mutex_);
-  Session* session = Find(fd, inode);
+  Session* session = Find(fd, id);
   if (session == nullptr) return;
   session->busy = false;
   SendLocked(fd, *session, reply);
 }
 
-/// The client's session; a new one where another client had the number before.
+/// The client's session; a new one where another client had the number before. Loop thread, where
+/// the client that the number stands for cannot change meanwhile.
 LineService::Session& LineService::Enter(int fd, const std::string& path) {
-  const ino_t inode = InodeOf(fd);
-  if (Session* known = Find(fd, inode)) return *known;
-  sessions_.erase(fd);
-  Session session;
-  session.inode = inode;
-  session.path = path;
-  return sessions_.emplace(fd, std::move(session)).first->second;
+  const auto known = sessions_.find(fd);
+  if (known != sessions_.end()) {
+    if (!known->second.line.IsDown()) return known->second;
+    sessions_.erase(known);
+  }
+  return sessions_.try_emplace(fd, fd, ++last_id_, path).first->second;
 }
 
 /// A client may still go between this look and the send that follows; its number is another's only
 /// after a whole accept and handshake on the loop, which takes far longer.
-LineService::Session* LineService::Find(int fd, ino_t inode) {
+LineService::Session* LineService::Find(int fd, uint64_t id) {
   const auto found = sessions_.find(fd);
-  const bool same = found != sessions_.end() && found->second.inode == inode;
-  return same && InodeOf(fd) == inode ? &found->second : nullptr;
+  const bool same = found != sessions_.end() && found->second.id == id;
+  return same && !found->second.line.IsDown() ? &found->second : nullptr;
 }
 
 /// After the last answer only the sending side ends: closing, on these sockets, takes back what is
@@ -160,13 +178,12 @@ void LineService::SendLocked(int fd, Session& session, const Reply& reply) {
   const bool sent = server_.SendTo(fd, text) == static_cast<ssize_t>(text.size());
   if (sent && !reply.close) return;
   session.leaving = true;
-  shutdown(fd, sent ? SHUT_WR : SHUT_RDWR);
+  session.line.Shut(sent ? SHUT_WR : SHUT_RDWR);
 }
 
 /// The server tells of clients that come, not of those that go.
 void LineService::ForgetTheGone() {
   for (auto entry = sessions_.begin(); entry != sessions_.end();) {
-    const bool gone = InodeOf(entry->first) != entry->second.inode;
-    entry = gone ? sessions_.erase(entry) : std::next(entry);
+    entry = entry->second.line.IsDown() ? sessions_.erase(entry) : std::next(entry);
   }
 }

@@ -1,10 +1,10 @@
 #ifndef EXAMPLES_GATEWAYD_LINESERVICE_H_
 #define EXAMPLES_GATEWAYD_LINESERVICE_H_
 
-#include <sys/types.h>
-
+#include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "gatewayd/Gateway.h"
@@ -28,9 +28,26 @@ class LineService {
   void Sweep();
 
  private:
-  /// A descriptor's number serves one client after another; the socket's inode tells them apart.
+  /// A descriptor of our own for a client's connection. The server closes its own as soon as the
+  /// client goes and tells nobody, and then the number is another client's.
+  class Line {
+   public:
+    explicit Line(int fd);
+    ~Line();
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+    bool IsDown() const;
+    void Shut(int how) const;
+
+   private:
+    const int fd_;
+  };
+
   struct Session {
-    ino_t inode;
+    Session(int fd, uint64_t number, std::string peer)
+        : line(fd), id(number), path(std::move(peer)) {}
+    Line line;
+    uint64_t id;  ///< Unlike the descriptor's number, never used again.
     std::string path;
     LineBuffer input;
     bool busy = false;     ///< A line of this client is being worked on.
@@ -40,12 +57,12 @@ class LineService {
 
   void Greet(int fd, const std::string& path);
   void Receive(int fd, const std::string& path, const char* data, size_t size);
-  void Pump(int fd, ino_t inode);
-  bool Next(int fd, ino_t inode, std::string& line);
-  void Answer(int fd, ino_t inode, const Reply& reply);
+  void Pump(int fd, uint64_t id);
+  bool Next(int fd, uint64_t id, std::string& line);
+  void Answer(int fd, uint64_t id, const Reply& reply);
 
   Session& Enter(int fd, const std::string& path);
-  Session* Find(int fd, ino_t inode);
+  Session* Find(int fd, uint64_t id);
   void SendLocked(int fd, Session& session, const Reply& reply);
   void ForgetTheGone();
 
@@ -54,6 +71,7 @@ class LineService {
   SlowLane& lane_;
   hvn::util::Mutex mutex_;  ///< Guards sessions_.
   std::map<int, Session> sessions_;
+  uint64_t last_id_ = 0;
   hvn::util::SocketServer server_;  ///< Last: its loop calls back from the start and ends first.
 };
 
