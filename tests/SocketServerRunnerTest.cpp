@@ -1,3 +1,5 @@
+#include <sys/socket.h>
+
 #include <atomic>
 #include <mutex>
 
@@ -93,6 +95,9 @@ TEST(SocketServerRunner, ServesUnixClientsAndDatagrams) {
   EXPECT_TRUE(unnamed.Send("unread") == 6 && named.Send("read") == 4);
   s_busy.unlock();
   EXPECT_TRUE(Heard(server, folder / "named", "read"));
+  runner.RemoveFd(&server, s_client);  // which is the daemon's to read and to close now
+  char mine[4];
+  EXPECT_TRUE(named.Send("mine") == 4 && recv(s_client, mine, 4, 0) == 4);
 }
 
 }  // namespace hutil_test

@@ -259,7 +259,7 @@ TEST(Socket, DescriptorOfTheCallerSendsAndReceivesAndStaysOpen) {
   EXPECT_EQ(socket.Recv(nullptr, 1, 0), -1);
   FailWithResult(Call::kSend, 3, 0);
   FailNext(Call::kSend, EIO, 2);
-  EXPECT_TRUE(socket.Send(payload, 7) == 3 && socket.Send(std::string("x")) == -EIO);
+  EXPECT_TRUE(socket.Send(payload, 7) == 3 && none.SendTo(pair[0], std::string("x")) == -EIO);
   EXPECT_SAID(LOG_ERR, sent, "errno [%d]\n", 5);
   EXPECT_EQ(read(pair[1], buffer, sizeof(buffer)), 12);
   EXPECT_STREQ(buffer, "payayloadpay");
