@@ -1,6 +1,7 @@
 #ifndef HUTIL_UTIL_SELECT_H_
 #define HUTIL_UTIL_SELECT_H_
 
+#include <poll.h>
 #include <sys/select.h>
 #include <sys/time.h>
 
@@ -22,6 +23,12 @@ inline timeval ToTimeval(uint64_t us) {
   span.tv_sec = static_cast<decltype(span.tv_sec)>(std::min(us / 1000000, kMaxSeconds));
   span.tv_usec = static_cast<decltype(span.tv_usec)>(us % 1000000);
   return span;
+}
+
+/// Whether a read or accept on `fd` need not wait, now or within `wait_ms` milliseconds.
+inline bool WaitUntilReadable(int fd, int wait_ms) {
+  pollfd readable = {fd, POLLIN, 0};
+  return poll(&readable, 1, wait_ms) == 1;
 }
 
 }  // namespace util

@@ -163,7 +163,8 @@ void SocketServer::ReceiveFromClient(int fd) {
   std::string path;
   if (!FindClient(fd, path)) {
     HUTIL_LOG(LOG_ERR, "%s %d: Unknown client fd [%d]\n", kFdCallback, __LINE__, fd);
-    if (read(fd, buffer.get(), recv_buf_size_) < 0) return;  // only to drain it
+    // Drained, unless the event is old and the number another's by now, who has nothing to read.
+    if (WaitUntilReadable(fd, 0) && read(fd, buffer.get(), recv_buf_size_) < 0) return;
     return;
   }
   while (ReadOnce(fd, std::move(path), buffer.get()) && ssl_ != nullptr && ssl_->Pending(fd) > 0 &&

@@ -1,6 +1,5 @@
 #include "util/SocketServerRunner.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -22,13 +21,7 @@ namespace {
 constexpr char kFdCallback[] =
     "void hvn::util::SocketServerRunner::FdCallback(int, hvn::util::FdType)";
 constexpr uint32_t kRecvBufSize = 32768;
-
 constexpr int kAcceptWaitMs = 100;
-
-bool WaitUntilReadable(int fd) {
-  pollfd readable = {fd, POLLIN, 0};
-  return poll(&readable, 1, kAcceptWaitMs) == 1;
-}
 
 }  // namespace
 
@@ -110,7 +103,7 @@ void SocketServerRunner::FdCallback(int fd, FdType /*type*/) {
     ReceiveFromClient(server, fd, path);
   } else if (server->protocol() == Socket::kTcp) {
     // An unnamed client's event comes here too, and may find nobody to accept: the wait is short.
-    if (WaitUntilReadable(server->fd())) AcceptClient(server);
+    if (WaitUntilReadable(server->fd(), kAcceptWaitMs)) AcceptClient(server);
   } else if (server->protocol() == Socket::kUdp) {
     ReceiveOneDatagram(server, fd);
   }
