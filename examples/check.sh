@@ -57,6 +57,17 @@ ends() {
 
 said() { grep -qE "^$1\$" /tmp/said; }
 
+first_daemon() {
+  cd /tmp
+  refuses 1 run first_daemon
+  cp "$certs/server.pem" cert.pem
+  cp "$certs/server-key.pem" key.pem
+  start
+  await run request_client tls ::1 8443 ready
+  says hello run request_client tls 127.0.0.1 8443 hello
+  ends
+}
+
 echo_server() {
   start 7007
   await run request_client tcp ::1 7007 ready

@@ -22,7 +22,7 @@ of_header() { # FILE: each snippet on one line, without blanks
 of_page() { # FILE: the same, of its blocks; what they include stands at the top of what is compiled
   awk '/^ *```cpp$/ { inside = 1; next }
        inside && /^ *```$/ { print ""; inside = 0 }
-       inside && !/^#include|^using namespace/ { gsub(/[ \t]/, ""); printf $0 == "..." ? "\n" : "%s", $0 }' "$1"
+       inside && !/^#include|^using namespace|^$/ { gsub(/[ \t]/, ""); printf $0 == "..." ? "\n" : "%s", $0 }' "$1"
 }
 
 shown=0

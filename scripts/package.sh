@@ -72,6 +72,7 @@ try=yes
 rm -rf "$packages"
 mkdir -p "$packages"
 for architecture in "$@"; do
+  echo "package.sh: $architecture"
   make_packages "$architecture"
   inspect "$architecture"
 done
@@ -81,6 +82,6 @@ if [ -e "$(echo "$packages"/libhutil0_*_"$native".deb)" ]; then
       fail "libhutil0 for $architecture needs other packages than dpkg-shlibdeps found for $native:" \
         "mend CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS in cmake/HutilPackage.cmake"
   done
-  [ -z "$try" ] || try_packages
+  [ -z "$try" ] || { echo "package.sh: trying them in a bare root" && try_packages; }
 fi
 ls -l "$packages"

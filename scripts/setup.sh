@@ -6,7 +6,7 @@ set -eu
 wanted=
 for group in "$@"; do
   case $group in
-    build) wanted="$wanted cmake ninja-build g++ libssl-dev libcurl4-openssl-dev" ;;
+    build) wanted="$wanted cmake ninja-build g++ libssl-dev libcurl4-openssl-dev pkg-config" ;;
     test)
       # The end-to-end test is the demo.
       wanted="$wanted binutils busybox dnsmasq-base iproute2 libgmock-dev libgtest-dev openssl pkg-config udhcpc util-linux"

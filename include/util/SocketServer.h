@@ -29,8 +29,9 @@ namespace util {
 ///
 /// Both callbacks run on the loop's thread with no lock held, all clients after one another: they
 /// must not block it for long. No callback runs after the destructor has returned. A TLS handshake
-/// runs on that thread too. A callback gets 8192 bytes at the most: a longer message of a stream
-/// comes in several, a longer datagram is cut.
+/// runs on that thread too, and a peer that is silent in it, or within a record, holds all clients
+/// up: set SO_RCVTIMEO (see socket(7)) on fd(), which they inherit. A callback gets 8192 bytes at
+/// the most: a longer message of a stream comes in several, a longer datagram is cut.
 class HUTIL_EXPORT SocketServer : public Socket {
  public:
   /// Gets the server's descriptor, the client's (0 for a datagram), the peer's path ("IP:PORT" for
