@@ -1,13 +1,17 @@
 #ifndef HUTIL_BENCH_BENCH_H_
 #define HUTIL_BENCH_BENCH_H_
 
+#include <fcntl.h>
 #include <net/if.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -33,6 +37,17 @@ inline void Report(const char* name, double value) { printf("%s %.9g\n", name, v
 [[noreturn]] inline void Fail(const char* what) {
   perror(what);
   exit(1);
+}
+
+/// The floor of what reads a file: its bytes in memory.
+inline void ReadWhole(const char* path) {
+  const int fd = open(path, O_RDONLY | O_CLOEXEC);
+  struct stat status;
+  if (fd < 0 || fstat(fd, &status) != 0) Fail(path);
+  const auto size = static_cast<size_t>(status.st_size);
+  const std::unique_ptr<char[]> text(new char[size]);
+  if (read(fd, text.get(), size) != status.st_size) Fail("read");
+  close(fd);
 }
 
 /// For what writes where a daemon's files are: ends where these are not private.

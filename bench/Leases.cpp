@@ -1,13 +1,10 @@
 // bench_leases STACK LINES SECONDS: dnsmasq's lease file, read whole.
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,17 +27,6 @@ void WriteFile() {
     file << 1700000000 + i << ' ' << mac << " 10." << (i >> 16) << '.' << (i >> 8 & 255) << '.'
          << (i & 255) << " host-" << i << " 01:" << mac << '\n';
   }
-}
-
-/// The floor.
-void ReadFile() {
-  const int fd = open(kFile, O_RDONLY | O_CLOEXEC);
-  struct stat status;
-  if (fd < 0 || fstat(fd, &status) != 0) Fail(kFile);
-  const auto size = static_cast<size_t>(status.st_size);
-  const std::unique_ptr<char[]> text(new char[size]);
-  if (read(fd, text.get(), size) != status.st_size) Fail("read");
-  close(fd);
 }
 
 /// Calls `use` with the five columns of each line.
@@ -98,5 +84,5 @@ int main(int argc, char** argv) {
   }
   if (stack == "getline") ReportCalls(seconds, Walk);
   if (stack == "getline-kept") ReportCalls(seconds, Keep);
-  if (stack == "read") ReportCalls(seconds, ReadFile);
+  if (stack == "read") ReportCalls(seconds, [] { ReadWhole(kFile); });
 }

@@ -1,14 +1,11 @@
 // bench_settings STACK load|save KEYS SECONDS: one of so many keys read, or saved with the value
 // that it has.
-#include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <string>
 
 #include "Bench.h"
@@ -38,17 +35,6 @@ class Keys {
 void WriteFile(int count) {
   std::ofstream file(kFile);
   for (int i = 0; i < count; ++i) file << Key(i) << "=!=%=" << Value(i) << '\n';
-}
-
-/// The floor: the file's bytes in memory.
-void ReadFile() {
-  const int fd = open(kFile, O_RDONLY | O_CLOEXEC);
-  struct stat status;
-  if (fd < 0 || fstat(fd, &status) != 0) Fail(kFile);
-  const auto size = static_cast<size_t>(status.st_size);
-  const std::unique_ptr<char[]> text(new char[size]);
-  if (read(fd, text.get(), size) != status.st_size) Fail("read");
-  close(fd);
 }
 
 sqlite3* MakeDatabase(int count) {
@@ -116,5 +102,5 @@ int main(int argc, char** argv) {
   WriteFile(count);
   if (stack == "hutil") MeasureHutil(load, count, seconds);
   if (stack == "sqlite3") MeasureSqlite(load, count, seconds);
-  if (stack == "read") ReportCalls(seconds, ReadFile);
+  if (stack == "read") ReportCalls(seconds, [] { ReadWhole(kFile); });
 }
