@@ -11,11 +11,11 @@ case ${1-} in
   '' | 0 | *[!0-9]*) echo "usage: soak.sh MINUTES [PRESET]" >&2; exit 2 ;;
 esac
 preset=${2:-release}
-build=build/$preset
+build=build/soak-$preset
 
 scripts/setup.sh build test
-cmake --preset "$preset" >/dev/null
-cmake --build --preset "$preset" --target soak
+cmake --preset "$preset" -B "$build" -DHUTIL_BUILD_TESTS=ON >/dev/null
+cmake --build "$build" --target soak
 set -- "$build/soak/soak" $(($1 * 60)) "$build/tests/certs/server.pem" "$build/tests/certs/server-key.pem"
 # Thread sanitizer cannot place its shadow memory when the kernel randomises too many bits.
 [ "$preset" != tsan ] || set -- setarch -R "$@"
