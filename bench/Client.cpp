@@ -14,7 +14,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <deque>
 #include <string>
 #include <vector>

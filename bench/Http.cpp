@@ -9,7 +9,6 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
 
 #include "Bench.h"

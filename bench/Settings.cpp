@@ -4,7 +4,6 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <fstream>
 #include <string>
 

@@ -8,8 +8,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <memory>
-#include <sstream>
 #include <string>
 
 #include "util/Socket.h"

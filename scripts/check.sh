@@ -45,6 +45,9 @@ scripts/docs.sh
 title "binary interface"
 scripts/abi.sh check
 
+title "packages"
+scripts/package.sh "$(dpkg --print-architecture)"
+
 title "32-bit ARM"
 scripts/armhf.sh
 

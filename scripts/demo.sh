@@ -324,6 +324,8 @@ matches() { # PATTERNS, one for each line of the answer
 not() { ! "$@"; }
 lacks() { answered && ! grep -q -- "$1" <<<"$answer"; }
 
+follows() { grep -A1 -- "$1" <<<"$answer" | tail -n 1 | grep -q -- "$2"; }
+
 changing() {
   chapter 'Links go down and up, addresses come and go'
   ip link set lan-phone down
@@ -331,9 +333,11 @@ changing() {
   ip addr add 192.168.78.1/24 dev wan0
   ip addr del 192.168.78.1/24 dev wan0
   ip addr add 2001:db8:78::1/64 dev wan0 nodad
+  wait_for 5 event 'new-address wan0 .*ip-version=6$'
   ip route add 198.51.100.0/24 via 203.0.113.1
   ip rule add from 198.51.100.0/24 lookup main
   tc qdisc add dev wan0 root pfifo
+  ip link add br1 type bridge
   ip link add spare type veth peer name spare-peer
   ip link del spare
   check 'the last change arrives' wait_for 5 event 'del-link spare'
@@ -342,7 +346,7 @@ changing() {
   check 'an address came' has 'Z new-address wan0 .*ip-version=4$'
   check 'and went' has 'Z del-address wan0 .*ip-version=4$'
   check 'an IPv6 one came' has 'Z new-address wan0 .*ip-version=6$'
-  check 'routes, rules and queues are no such changes' lacks 'route\|rule\|qdisc'
+  check 'a bridge came next: routes, rules and queues are no such changes' follows 'ip-version=6$' 'Z new-link br1 '
   local i
   for i in {1..60}; do # at a pace that no receive buffer is overrun by
     printf 'addr add 10.9.%d.1/24 dev wan0 label wan0:%d\naddr del 10.9.%d.1/24 dev wan0\n' "$i" "$i" "$i" | ip -batch -

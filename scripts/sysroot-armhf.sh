@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 sysroot=${1:-build/sysroot-armhf}
 packages=libc6-dev,libstdc++-12-dev,libssl-dev,libcurl4-openssl-dev,libgtest-dev,libgmock-dev
 if [ "$(cat "$sysroot/complete" 2>/dev/null)" = "$packages" ]; then exit 0; fi
-scripts/setup.sh armhf
+scripts/setup.sh build test armhf # with what configuring asks for
 
 # shellcheck source=/dev/null
 codename=$(. /etc/os-release && echo "$VERSION_CODENAME")

@@ -7,6 +7,7 @@
 #include "util/PersistentConfig.h"
 #include "util/ProcessControl.h"
 #include "util/SocketServer.h"
+#include "util/SocketServerRunner.h"
 
 namespace hutil_test {
 
@@ -139,6 +140,28 @@ TEST(Faults, ServerThatLosesOneClientAtMost) {
       {C::kSend, kAlways, kFine, "errno [%d]\n", kFine}});
 }
 
+TEST(Faults, DatagramsOfARunner) {
+  Check([] {
+    Arm();
+    Socket udp("127.0.0.1", Socket::kUdp, Socket::kIpv4, {});
+    Want(1, udp.fd() > 0);
+    std::atomic<int> heard{0};
+    SocketServerRunner runner([&](int, int, const std::string&, void*, size_t size) {
+      heard += int(size);
+      return true;
+    });
+    Want(1, runner.AddServer(&udp));
+    const std::string dest = "127.0.0.1;" + std::to_string(LocalPort(udp.fd()));
+    Want(5, udp.SendTo(dest, std::string("hello")));
+    Want(1, WaitFor([&] { return heard == 5; }, 200));
+  }, {{C::kSocket, 1, 0, "%s %d : socket failed, errno[%d]\n"},
+      {C::kSetSockOpt, 1, kFine, "errno [%d]\n"}, {C::kBind, 1, 0, "bind errno [%d] path [%s]\n"},
+      {C::kEventFd, 1, 0}, {C::kWrite, kAlways, kSpared}, {C::kRead, kAlways, kFine, "", kFine},
+      {C::kSelect, kAlways, kFine, "select error"}, {C::kInetNtop, 1, kFine},
+      {C::kSendTo, 1, 0, "errno [%d] cannot send data to [%s]\n", kFine},
+      {C::kRecvFrom, 1, kFine, "fd [%d] recvfrom errno [%d]\n", 0}});
+}
+
 // A read or a write that goes wrong in SaveData costs other settings, with success reported.
 TEST(Faults, QueriesAndFiles) {
   Check([] {
@@ -150,6 +173,7 @@ TEST(Faults, QueriesAndFiles) {
     Arm();
     Want(1, NetworkManager::SetIpAddress("hutil1", ip));
     Want(1, NetworkManager::GetIpAddress("hutil1", got, false) && got == ip);
+    Want(0, NetworkManager::GetIpAddress("hutil1", got, true));
     Want(3, long(NetworkManager::GetIfNames().size()));
     Want(0, NetworkManager::ResolveHostName(ip, ipv4, ipv6) || ipv4[0] != ip);
     Want(getpid(), ProcessControl::GetPidByProcessName(self, getpid()));
@@ -158,7 +182,7 @@ TEST(Faults, QueriesAndFiles) {
     Want(1, PersistentConfig::LoadData("a") + PersistentConfig::LoadData("b") == "12");
   }, {{C::kSocket, 4, 0, "failed to open socket\n"}, {C::kIoctl, 4, 0, "ioctlno [%d] errno [%d]\n"},
       {C::kInetNtop, 1, 0}, {C::kInetNtop, 1, 1}, {C::kGetIfAddrs, 1, 0, "getifaddrs errno [%d]\n"},
-      {C::kGetAddrInfo, 1, 1, "getaddrinfo errno %d\n"}, {C::kOpenDir, 1, -1}, {C::kOpen, 1, -1},
+      {C::kGetAddrInfo, 1, 1, "getaddrinfo errno %d\n"}, {C::kFopen, 1, kFine}, {C::kOpenDir, 1, -1}, {C::kOpen, 1, -1},
       {C::kRead, 1, -1, "", -1}, {C::kOpen, 1, 0}, {C::kLseek, 2, 0}, {C::kRead, 1, 0, "", 1}, {C::kLseek, 1, 1},
       {C::kOpen, 1, 1, "cannot open file [%s]\n"}, {C::kOpen, 2, 0, "Cannot open file %s\n"},
       {C::kLseek, 6, 0}, {C::kRead, 3, 0, "", 0}, {C::kFtruncate, 1, kFine},

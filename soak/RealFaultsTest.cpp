@@ -76,7 +76,7 @@ TEST(PersistentConfig, KilledSaveLeavesOldAndNewText) {
     }
     return ++round == 1000;
   };
-  WaitFor(last_round, 9000);
+  EXPECT_TRUE(WaitFor(last_round, 15000));
 }
 
 }  // namespace hutil_test

@@ -1,4 +1,6 @@
+#include <dlfcn.h>
 #include <openssl/err.h>
+#include <openssl/ssl.h>
 
 #include <future>
 
@@ -8,6 +10,16 @@
 using namespace hutil_test;
 using namespace hvn::util;
 constexpr auto kUnknown = SslWrapper::kUnknown, kPem = SslWrapper::kPem, kDer = SslWrapper::kDer;
+
+bool s_exhausted = false;  // OpenSSL makes nothing new
+extern "C" SSL_CTX* SSL_CTX_new(const SSL_METHOD* method) {
+  static const auto real = reinterpret_cast<decltype(&SSL_CTX_new)>(dlsym(RTLD_NEXT, __func__));
+  return s_exhausted ? nullptr : real(method);
+}
+extern "C" SSL* SSL_new(SSL_CTX* context) {
+  static const auto real = reinterpret_cast<decltype(&SSL_new)>(dlsym(RTLD_NEXT, __func__));
+  return s_exhausted ? nullptr : real(context);
+}
 
 template <typename Ssl>
 struct Link {
@@ -40,6 +52,19 @@ TEST(OpenSslImpl, RefusedMethodLeavesNoContext) {
   EXPECT_FALSE(impl.SetCipherLists({}) || impl.Connect(0) || impl.Accept(0));
   EXPECT_EQ(impl.SetRootCaBuffer(nullptr, 0), hvn::kFailure);
   EXPECT_EQ(OpenSslImpl::ClientHelloCb(nullptr, nullptr, nullptr), 0);
+}
+
+TEST(OpenSslImpl, ExhaustedOpenSslIsReported) {
+  OpenSslImpl server(true, SslWrapper::kTlsV1_2), client(false, SslWrapper::kTlsV1_2);
+  s_exhausted = true;
+  EXPECT_FALSE(server.Accept(0) || client.Connect(0));
+  EXPECT_SAID(LOG_ERR, "bool hvn::util::OpenSslImpl::Connect(int)",
+              "ERROR: failed to create SSL object\n");
+  OpenSslImpl none(false, SslWrapper::kTlsV1_2);
+  s_exhausted = false;
+  EXPECT_SAID(LOG_ERR, "hvn::util::OpenSslImpl::OpenSslImpl(bool, hvn::util::SslWrapper::Method)",
+              "ERROR: failed to create SSL_CTX\n");
+  EXPECT_FALSE(none.Connect(0));
 }
 
 TEST(OpenSslImpl, SetUpReportsWhatOpenSslRefuses) {

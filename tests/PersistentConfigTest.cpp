@@ -58,5 +58,6 @@ TEST(PersistentConfig, SurvivesWhatIsNoSettingsFile) {
   FailWithResult(Call::kLseek, 5000, 0);  // a file that shrinks while it is read
   EXPECT_EQ(hvn::kSuccess, PersistentConfig::SaveData("b", "2"));
   EXPECT_TRUE(PersistentConfig::SaveData("x\ny", "1") && PersistentConfig::SaveData("b", {'\0'}));
+  EXPECT_TRUE(Said(LOG_ERR, kSave, "line feed or NUL in key or value\n"));
   EXPECT_EQ("a=!\nb=!=%=2\n", ReadFile(kFile));
 }

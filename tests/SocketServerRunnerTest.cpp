@@ -33,6 +33,7 @@ TEST(SocketServerRunner, ServesStreamClientsUntilTheyOrTheirServerGo) {
   AllowLeftovers(2, 0);  // clients: a runner that goes closes nothing
   FailNext(Call::kAccept4, EMFILE);
   FailWithResult(Call::kAccept4, 0, 0);
+  FailWithResult(Call::kAccept4, 2000, 0);  // which select cannot hold
   Socket server("127.0.0.1", Socket::kTcp, Socket::kIpv4, {});
   server.Listen(5);
   Socket alias(server.fd(), Socket::kTcp, Socket::kIpv4);
@@ -48,9 +49,11 @@ TEST(SocketServerRunner, ServesStreamClientsUntilTheyOrTheirServerGo) {
   RawClient client(LocalPort(server.fd()));
   const std::string path = PathOf(client.fd());
   EXPECT_TRUE(client.Send("one") && Heard(server, path, "one"));
-  for (const int fd : {-1, 0, int(s_client)}) {  // only the last of which is a client
+  for (const int fd : {-1, 0, 2000, int(s_client)}) {  // only the last of which is a client
     EXPECT_SAID(LOG_DEBUG, kFdCallback, kAccepted, server.fd(), "127.0.0.1", fd,
-                fd > 0 ? path.c_str() : "");
+                fd < 1       ? ""
+                : fd == 2000 ? "0.0.0.0:0"
+                             : path.c_str());
   }
   FailNext(Call::kRecv, ENOMEM, 1, 0, s_client);
   EXPECT_TRUE(client.Send("two") && Heard(server, path, "two"));

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <mutex>
-#include <utility>
 
 using hvn::util::Mutex;
 using hvn::util::Socket;

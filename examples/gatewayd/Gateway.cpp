@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cinttypes>
 #include <mutex>
 #include <sstream>
 #include <utility>

@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 
-#include <utility>
+#include <string_view>
 
 #include "util/Fields.h"
 #include "util/FileText.h"

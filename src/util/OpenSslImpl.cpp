@@ -8,6 +8,7 @@
 #include <poll.h>
 
 #include <climits>
+#include <cstdio>
 #include <mutex>
 #include <utility>
 

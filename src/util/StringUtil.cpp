@@ -1,5 +1,7 @@
 #include "util/StringUtil.h"
 
+#include <string_view>
+
 #include "util/Fields.h"
 
 namespace hvn {
