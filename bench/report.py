@@ -15,6 +15,7 @@ from statistics import median
 
 LIBRARY = "hutil"
 MARKS = ("<!-- figures: written by scripts/bench.sh --keep -->", "<!-- end of figures -->")
+ARMHF, ARMHF_LIMIT = "libhutil.so, armhf", 160 * 1024  # bytes
 HEADLINES = {("TCP echo: 64 B, 16 clients", "per_s"), ("TLS 1.2 echo: 8192 B, 16 clients", "per_s"),
              ("accept + close", "per_s"), ("wake-up: ready descriptor", "p50_us"),
              ("timers: 100 tasks, 10 ms", "cpu_us"), ("netlink: links", "per_s"),
@@ -123,9 +124,8 @@ def sizes(build):
     library = next((build / "hutil/src").glob("libhutil.so.*.*"))
     result = {"libhutil.so": stripped(library, build), "relocations": relocations(library),
               "daemon": {}}
-    armhf = sorted((build.parent / "armhf/src").glob("libhutil.so.*.*"))
-    if armhf:
-        result["libhutil.so, armhf"] = stripped(armhf[0], build, "arm-linux-gnueabihf-strip")
+    armhf = sorted((build.parent / "armhf/src").glob("libhutil.so.*.*"))  # by scripts/armhf.sh
+    result[ARMHF] = stripped(armhf[0], build, "arm-linux-gnueabihf-strip") if armhf else None
     for stack, name in (("hutil", "libhutil"), ("libevent", "libevent"), ("libuv", "libuv"),
                         ("asio", None)):
         program = build / f"bench_server_{stack}"
@@ -183,7 +183,10 @@ def cells(entry):
 
 def size_lines(found):
     for name, value in found.items():
-        if name != "daemon":
+        if name == ARMHF:
+            reached = "not built" if value is None else "yes" if value < ARMHF_LIMIT else "NO"
+            yield f"{name}: {value} bytes, stripped; below {ARMHF_LIMIT}: {reached}"
+        elif name != "daemon":
             yield f"{name}: {value}" + ("" if name == "relocations" else " bytes, stripped")
     daemons = ", ".join(f"{stack} {size}" for stack, size in found["daemon"].items())
     yield f"idle daemon and the library it links, stripped bytes: {daemons}"
@@ -225,7 +228,7 @@ def headlines(entries, where, found):
                    + (f"{entry['to_best_peer']:.2f} of {peer} | " if peer else " | ")
                    + (f"{entry['to_floor']:.2f} |" if entry.get("to_floor") else "|"))
     for name, value in found.items():
-        if name.startswith("libhutil"):
+        if name.startswith("libhutil") and value is not None:
             yield f"| {name}, stripped | {value} bytes | | |"
     yield ""
     yield (f"Ratios above 1 are better. `scripts/bench.sh` at commit {where['commit']} on "
