@@ -73,6 +73,17 @@ int OpenServer(Plan::Kind kind) {
   return fd;
 }
 
+bool EchoOnce(int fd) {
+  char buffer[kReceiveSize];
+  const ssize_t n = recv(fd, buffer, sizeof(buffer), 0);
+  for (ssize_t sent = 0; sent < n;) {
+    const ssize_t more = send(fd, buffer + sent, static_cast<size_t>(n - sent), 0);
+    if (more < 1) return false;
+    sent += more;
+  }
+  return n > 0;
+}
+
 int main(int argc, char** argv) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   alarm(kLongestLife);

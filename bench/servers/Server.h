@@ -26,6 +26,9 @@ void Ready(uint16_t port);
 /// A bound (and, for streams, listening) descriptor, for stacks that take one.
 int OpenServer(Plan::Kind kind);
 
+/// What both floors do with a readable client: one read, sent back whole. False when it is gone.
+bool EchoOnce(int fd);
+
 /// One stack's server; does not return. Exits with 3 where the stack has none of that kind.
 [[noreturn]] void Serve(const Plan& plan);
 

@@ -9,17 +9,6 @@
 
 namespace {
 
-bool Echo(int fd) {
-  char buffer[kReceiveSize];
-  const ssize_t n = recv(fd, buffer, sizeof(buffer), 0);
-  for (ssize_t sent = 0; sent < n;) {
-    const ssize_t more = send(fd, buffer + sent, static_cast<size_t>(n - sent), 0);
-    if (more < 1) return false;
-    sent += more;
-  }
-  return n > 0;
-}
-
 void Watch(int loop, int fd) {
   epoll_event event = {};
   event.events = EPOLLIN;
@@ -42,7 +31,7 @@ void Serve(const Plan& plan) {
       const int fd = events[i].data.fd;
       if (fd == listener) {
         Watch(loop, accept(listener, nullptr, nullptr));
-      } else if (!Echo(fd)) {
+      } else if (!EchoOnce(fd)) {
         close(fd);
       }
     }
