@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <cstdint>
 #include <string_view>
 
 #include "util/Fields.h"

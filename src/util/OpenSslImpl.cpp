@@ -106,7 +106,11 @@ OpenSslImpl::OpenSslImpl(bool is_server, SslWrapper::Method method)
     return;
   }
   ctx_.reset(SSL_CTX_new(found));
-  if (!ctx_) HUTIL_LOG(LOG_ERR, "%s %d: ERROR: failed to create SSL_CTX\n", kFunction, __LINE__);
+  if (!ctx_) {
+    HUTIL_LOG(LOG_ERR, "%s %d: ERROR: failed to create SSL_CTX\n", kFunction, __LINE__);
+    return;
+  }
+  SSL_CTX_set_default_passwd_cb(ctx_.get(), NoPassword);
 }
 
 OpenSslImpl::~OpenSslImpl() {
@@ -174,7 +178,6 @@ hvn::Result OpenSslImpl::SetCertAndKeyFile(std::string cert_path, std::string ke
       "hvn::util::SslWrapper::FileType, hvn::util::SslWrapper::FileType)";
   if (!ctx_) return hvn::kNotInitialized;
   const ErrorQueueGuard guard;
-  SSL_CTX_set_default_passwd_cb(ctx_.get(), NoPassword);
   const char* failed = nullptr;
   if (SSL_CTX_use_certificate_file(ctx_.get(), cert_path.c_str(), ConvertFileType(cert_type)) !=
       1) {

@@ -73,7 +73,7 @@ std::string Rewrite(std::string_view text, std::string_view prefix, std::string_
   return output;
 }
 
-/// In place and in one write: what a power loss can leave is old and new text, line by line.
+/// In place and in one write; the header says what an interruption can leave.
 void WriteText(int fd, const std::string& text) {
   lseek(fd, 0, SEEK_SET);
   const ssize_t n = write(fd, text.data(), text.size());

@@ -25,9 +25,10 @@ constexpr int kNoFd = -1;
 constexpr int64_t kStopWaitUs = 100000;
 constexpr int kStopWaits = 10;
 
-void ShutdownAndClose(int fd) {
-  shutdown(fd, SHUT_RDWR);
-  close(fd);
+/// Waits for nothing: the event may be old, and the number another's by now, who has nothing to
+/// read.
+void DrainStranger(int fd, char* scratch, size_t size) {
+  if (WaitUntilReadable(fd, 0) && read(fd, scratch, size) < 0) return;
 }
 
 }  // namespace
@@ -163,8 +164,7 @@ void SocketServer::ReceiveFromClient(int fd) {
   std::string path;
   if (!FindClient(fd, path)) {
     HUTIL_LOG(LOG_ERR, "%s %d: Unknown client fd [%d]\n", kFdCallback, __LINE__, fd);
-    // Drained, unless the event is old and the number another's by now, who has nothing to read.
-    if (WaitUntilReadable(fd, 0) && read(fd, buffer.get(), recv_buf_size_) < 0) return;
+    DrainStranger(fd, buffer.get(), recv_buf_size_);
     return;
   }
   while (ReadOnce(fd, std::move(path), buffer.get()) && ssl_ != nullptr && ssl_->Pending(fd) > 0 &&
@@ -229,7 +229,10 @@ bool SocketServer::AdmitClient(int client) {
     admitted = SetHandshake(client) && ssl_->Accept(client);
     SetHandshake(kNoFd);
   }
-  if (!admitted) ShutdownAndClose(client);
+  if (!admitted) {
+    shutdown(client, SHUT_RDWR);
+    close(client);
+  }
   return admitted;
 }
 

@@ -85,8 +85,8 @@ bool TimerService::RemoveTask(int id) {
 
 void TimerService::ThreadLoop(ThreadInfo* info) {
   HUTIL_ANNOUNCE_THREAD(kThreadLoop);
-  prctl(PR_SET_TIMERSLACK,
-        kTimerSlackNs);  // the kernel's 50 us would make each wait that much longer
+  // The kernel's 50 us would make each wait that much longer.
+  prctl(PR_SET_TIMERSLACK, kTimerSlackNs);
   while (info->running) {
     std::list<CbInfo> due;
     const long long min_time = CollectDue(info, due);
