@@ -1,6 +1,8 @@
 """What run.py measured, as a table on the terminal and as JSON, Markdown and SVG in the build folder.
 
-A ratio says how the library compares: 1 is as good, above 1 is better, whatever the unit.
+A ratio says how the library compares: 1 is as good, above 1 is better, whatever the unit. It is
+the median of the rounds' own ratios: what the stacks of one round met of the machine's moods was
+about the same.
 """
 
 import json
@@ -56,10 +58,11 @@ def spread(values):
     return max(abs(value - middle) for value in values) / abs(middle) if middle else 0
 
 
-def ratio(own, other, better):
-    if own <= 0 or other <= 0:
+def ratio(case, key, other, better):
+    pairs = list(zip(case.values(LIBRARY, key), case.values(other, key)))
+    if any(own <= 0 or theirs <= 0 for own, theirs in pairs):
         return None
-    return own / other if better == "more" else other / own
+    return median(own / theirs if better == "more" else theirs / own for own, theirs in pairs)
 
 
 def summary(case, figure):
@@ -71,13 +74,14 @@ def summary(case, figure):
              "median": {stack: case.median(stack, key) for stack in case.rounds},
              "spread": {stack: spread(case.values(stack, key)) for stack in case.rounds}}
     medians = entry["median"]
-    own = medians[LIBRARY]
     if case.peers:
         entry["best_peer"] = best(case.peers, key=lambda stack: medians[stack])
-        entry["to_best_peer"] = ratio(own, medians[entry["best_peer"]], better)
+        entry["to_best_peer"] = ratio(case, key, entry["best_peer"], better)
     if case.floors:
-        entry["floor"], *entry["other_floors"] = case.floors
-        entry["to_floor"] = ratio(own, medians[case.floors[0]], better)
+        entry["floor"] = case.floors[0]
+        entry["to_floor"] = ratio(case, key, case.floors[0], better)
+        entry["to_other_floors"] = {stack: ratio(case, key, stack, better)
+                                    for stack in case.floors[1:]}
     judge(case, entry)
     return entry
 
@@ -90,7 +94,8 @@ def judge(case, entry):
             if goal is not None:
                 goals.append((f"{goal:.2f} of {name}", (entry[key] or 0) >= goal))
         if case.extra_goal is not None:
-            over = entry["median"][LIBRARY] - entry["median"][entry["floor"]]
+            over = median(own - floor for own, floor in zip(
+                *(case.values(stack, entry["figure"]) for stack in (LIBRARY, entry["floor"]))))
             goals.append((f"{case.extra_goal} µs over floor", over < case.extra_goal))
     entry["to_reach"] = ", ".join(text for text, _ in goals)
     entry["reached"] = all(met for _, met in goals) if goals else None
@@ -166,8 +171,20 @@ def label(entry):
 def floors(entry):
     if "floor" not in entry:
         return ""
-    others = "".join(f" ({name} {number(entry['median'][name])})" for name in entry["other_floors"])
-    return number(entry["median"][entry["floor"]]) + others
+    others = (f"{name} {number(entry['median'][name])}" for name in entry["to_other_floors"])
+    return number(entry["median"][entry["floor"]]) + bracketed(others)
+
+
+def floor_ratios(entry):
+    if not entry.get("to_floor"):
+        return ""
+    others = (f"{name} {value:.2f}" for name, value in entry["to_other_floors"].items() if value)
+    return f"{entry['to_floor']:.2f}" + bracketed(others)
+
+
+def bracketed(words):
+    inside = ", ".join(words)
+    return f" ({inside})" if inside else ""
 
 
 def cells(entry):
@@ -177,8 +194,7 @@ def cells(entry):
     return [label(entry), entry["unit"],
             number(medians[LIBRARY]), f"±{entry['spread'][LIBRARY]:.0%}", number(medians.get(peer)),
             peer or "", f"{entry['to_best_peer']:.2f}" if entry.get("to_best_peer") else "",
-            floors(entry), f"{entry['to_floor']:.2f}" if entry.get("to_floor") else "",
-            entry["to_reach"], reached]
+            floors(entry), floor_ratios(entry), entry["to_reach"], reached]
 
 
 def size_lines(found):

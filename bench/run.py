@@ -77,14 +77,14 @@ def echo_cases():
         for clients in (1, 16, 256, 1000):
             yield Case(
                 "TCP echo", f"{size} B, {clients} clients", [PER_S, CPU],
-                peers=["libevent", "libuv", "asio"], floors=["select", "epoll"],
+                peers=["libevent", "libuv", "asio"], floors=["select", "thread", "epoll"],
                 peer_goal=1 if clients <= 16 else None, floor_goal=0.95,
                 run=lambda r, s, c=clients, z=size: r.driven(s, "tcp", c, z))
     for size in (64, 8192):
         for clients in (1, 16):
             yield Case(
                 "TLS 1.2 echo", f"{size} B, {clients} clients", [PER_S, CPU],
-                peers=["asio"], floors=["select"], floor_goal=0.95,
+                peers=["asio"], floors=["select", "thread"], floor_goal=0.95,
                 run=lambda r, s, c=clients, z=size: r.driven(s, "tls", c, z))
     yield Case("accept + close", "", [PER_S, CPU], peers=["libevent", "libuv", "asio"],
                floors=["select"], peer_goal=1, run=lambda r, s: r.driven(s, "tcp", driver="accept"))
@@ -194,7 +194,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", required=True, help="the folder with the programs")
     parser.add_argument("--commit", default="unknown")
-    parser.add_argument("--rounds", type=int, default=7)
+    parser.add_argument("--rounds", type=int, default=9)
     parser.add_argument("--seconds", type=float, default=0.5, help="how long one run measures")
     parser.add_argument("--keep", action="store_true", help="write the figures of docs/performance.md and the README")
     parser.add_argument("--only", default="", help="rows whose name begins like this")

@@ -112,6 +112,26 @@ TEST(SocketServer, DatagramsNameTheirSenders) {
   EXPECT_EQ(local.heard().from, dir / "client");
 }
 
+TEST(SocketServer, CallbackMeetsZerosBehindItsMessageAndMayTakeItsClientOut) {
+  std::atomic<ssize_t> stale{-1}, answered{0};
+  SocketServer server(
+      "127.0.0.1", Socket::kTcp, Socket::kIpv4,
+      [&](int, int client, std::string, void* data, size_t size) {
+        const auto* const bytes = static_cast<char*>(data);
+        stale = std::count_if(bytes + size, bytes + 8192, [](char byte) { return byte != 0; });
+        if (size > 5) return server.SendTo(client, data, 1) == 1;
+        server.RemoveFd(client);
+        answered = server.SendTo(client, data, size);
+        return close(client) == 0;
+      },
+      nullptr);
+  RawClient client(LocalPort(server.fd()));
+  ASSERT_TRUE(client.Send(std::string(8192, 'x')) && client.Recv(1) == "x");
+  EXPECT_TRUE(client.Send("short") && client.ClosedByPeer());
+  EXPECT_EQ(stale, 0);
+  EXPECT_EQ(answered, -1);
+}
+
 TEST(SocketServer, WithoutADataCallbackNothingIsServed) {
   SocketServer idle("127.0.0.1", Socket::kTcp, Socket::kIpv4, nullptr, nullptr);
   RawClient client(LocalPort(idle.fd()));

@@ -3,12 +3,14 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "util/Export.h"
@@ -76,13 +78,16 @@ class HUTIL_EXPORT SocketServer : public Socket {
 
  private:
   void ReleaseLoop();
-  bool BeginEvent();
+  bool BeginEvent(int fd, std::string& path);
   void EndEvent();
+  bool IsInEventOf(int fd) const;
+  bool FindLocked(int fd, std::string& path) const;
   bool FindClient(int fd, std::string& path);
   bool BeginSend(int fd);
   void EndSend(int fd);
   bool IsSending(int fd) const;
-  void ReceiveFromClient(int fd);
+  ssize_t SendToClient(int fd, const void* data, size_t size);
+  void ReceiveFromClient(int fd, std::string path);
   bool ReadOnce(int fd, std::string&& path, char* buffer);
   void DropClient(int fd);
   void RemoveLocked(int fd);
@@ -103,6 +108,8 @@ class HUTIL_EXPORT SocketServer : public Socket {
   int handshake_fd_ = -1;  ///< The client that the loop runs a handshake with, or -1.
   bool busy_ = false;      ///< The loop is inside an event.
   bool stopping_ = false;  ///< No further event is let in.
+  int event_client_ = -1;  ///< The client whose event this is, or was: see event_thread_.
+  std::atomic<std::thread::id> event_thread_;  ///< The thread inside it while it is a client.
   std::unique_ptr<FdMonitor> fd_monitor_;  ///< Last, so that the loop ends before the rest goes.
 };
 

@@ -40,9 +40,12 @@ void Discard(int fd) {
 
 }  // namespace
 
-/// What one pass of the loop waits for.
+/// What one pass of the loop waits for. A set with nothing in it is left out: the kernel would copy
+/// it in and out.
 struct FdMonitor::Sets {
   fd_set read, write, except;
+  fd_set* writable = nullptr;
+  fd_set* exceptional = nullptr;
 };
 
 Mutex FdMonitor::s_monitor_vector_mutex_;
@@ -124,7 +127,7 @@ void FdMonitor::ThreadLoop() {
   while (running_) {
     Sets sets;
     const int max_fd = BuildSets(sets);
-    const int count = select(max_fd + 1, &sets.read, &sets.write, &sets.except, nullptr);
+    const int count = select(max_fd + 1, &sets.read, sets.writable, sets.exceptional, nullptr);
     if (count < 0) {
       HUTIL_LOG(LOG_ERR, "%s %d: select error", kFunction, __LINE__);
       continue;
@@ -140,22 +143,21 @@ void FdMonitor::ThreadLoop() {
 }
 
 int FdMonitor::BuildSets(Sets& sets) {
-  FD_ZERO(&sets.read);
-  FD_ZERO(&sets.write);
-  FD_ZERO(&sets.except);
-  FD_SET(wake_fd_, &sets.read);
   int max_fd = wake_fd_;
   const auto fill = [&max_fd](const CallbackMap& map, fd_set& set) {
+    FD_ZERO(&set);
     for (const auto& entry : map) {
       if (!FitsSelect(entry.first)) continue;
       FD_SET(entry.first, &set);
       max_fd = std::max(max_fd, entry.first);
     }
+    return map.empty() ? nullptr : &set;
   };
   std::lock_guard<Mutex> lock(mutex_);
   fill(read_map_, sets.read);
-  fill(write_map_, sets.write);
-  fill(except_map_, sets.except);
+  FD_SET(wake_fd_, &sets.read);
+  sets.writable = fill(write_map_, sets.write);
+  sets.exceptional = fill(except_map_, sets.except);
   return max_fd;
 }
 

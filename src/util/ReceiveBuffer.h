@@ -1,8 +1,11 @@
 #ifndef HUTIL_UTIL_RECEIVEBUFFER_H_
 #define HUTIL_UTIL_RECEIVEBUFFER_H_
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 namespace hvn {
@@ -12,11 +15,17 @@ struct MemoryFree {
   void operator()(char* memory) const { std::free(memory); }
 };
 
-/// Zeroed memory for one receive; null where there is none, so that the data waits in the kernel.
+/// Memory for one receive; null where there is none, so that the data waits in the kernel.
 using ReceiveBuffer = std::unique_ptr<char, MemoryFree>;
 
 inline ReceiveBuffer MakeReceiveBuffer(size_t size) {
-  return ReceiveBuffer(static_cast<char*>(std::calloc(1, size)));
+  return ReceiveBuffer(static_cast<char*>(std::malloc(size)));
+}
+
+/// Zeroes what `received` bytes have left of a buffer: a callback that reads too far meets zeros,
+/// not what another message or another part of the process wrote there.
+inline void ZeroRest(char* buffer, ssize_t received, size_t size) {
+  std::memset(buffer + received, 0, size - static_cast<size_t>(received));
 }
 
 }  // namespace util

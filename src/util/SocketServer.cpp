@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "util/Log.h"
@@ -69,11 +70,16 @@ void SocketServer::SetNewClientCb(NewClientCallback cb) {
 
 ssize_t SocketServer::SendTo(int fd, void* data, size_t size) {
   if (protocol_ == kUdp) return fd == fd_ ? Socket::Send(data, size) : -1;
-  if (protocol_ != kTcp || !BeginSend(fd)) return -1;
-  const ssize_t sent =
-      ssl_ != nullptr ? ssl_->Send(fd, data, size) : Socket::SendTo(fd, data, size);
+  if (protocol_ != kTcp) return -1;
+  if (IsInEventOf(fd)) return SendToClient(fd, data, size);
+  if (!BeginSend(fd)) return -1;
+  const ssize_t sent = SendToClient(fd, data, size);
   EndSend(fd);
   return sent;
+}
+
+ssize_t SocketServer::SendToClient(int fd, const void* data, size_t size) {
+  return ssl_ != nullptr ? ssl_->Send(fd, data, size) : Socket::SendTo(fd, data, size);
 }
 
 ssize_t SocketServer::SendTo(int fd, std::string data) {
@@ -101,13 +107,15 @@ void SocketServer::RemoveLocked(int fd) {
   HUTIL_LOG(LOG_DEBUG, "%s %d: remove fd [%d] path [%s]\n",
             "void hvn::util::SocketServer::RemoveFd(int)", __LINE__, fd, found->second.c_str());
   clients_.erase(found);
+  if (fd == event_client_) event_thread_ = std::thread::id();
   if (fd_monitor_) fd_monitor_->Remove(fd, kRead);
 }
 
 void SocketServer::FdCallback(int fd, FdType /*type*/) {
-  if (!BeginEvent()) return;
+  std::string path;
+  if (!BeginEvent(fd, path)) return;
   if (fd != fd_) {
-    ReceiveFromClient(fd);
+    ReceiveFromClient(fd, std::move(path));
   } else if (protocol_ == kTcp) {
     AcceptClient();
   } else if (protocol_ == kUdp) {
@@ -116,24 +124,39 @@ void SocketServer::FdCallback(int fd, FdType /*type*/) {
   EndEvent();
 }
 
-bool SocketServer::BeginEvent() {
+/// False where the server is going. The event's thread knows its client without another look-up.
+bool SocketServer::BeginEvent(int fd, std::string& path) {
   std::lock_guard<Mutex> lock(mutex_);
   busy_ = !stopping_;
+  if (busy_ && fd != fd_ && FindLocked(fd, path)) {
+    event_client_ = fd;
+    event_thread_ = std::this_thread::get_id();
+  }
   return busy_;
 }
 
 void SocketServer::EndEvent() {
   std::lock_guard<Mutex> lock(mutex_);
+  event_thread_ = std::thread::id();
   busy_ = false;
   if (stopping_) idle_.Signal();
 }
 
-bool SocketServer::FindClient(int fd, std::string& path) {
-  std::lock_guard<Mutex> lock(mutex_);
+/// Whether `fd` is the client whose event the calling thread is in: only that thread may close it.
+bool SocketServer::IsInEventOf(int fd) const {
+  return event_thread_ == std::this_thread::get_id() && event_client_ == fd;
+}
+
+bool SocketServer::FindLocked(int fd, std::string& path) const {
   const auto found = clients_.find(fd);
   if (found == clients_.end()) return false;
   path = found->second;
   return true;
+}
+
+bool SocketServer::FindClient(int fd, std::string& path) {
+  std::lock_guard<Mutex> lock(mutex_);
+  return FindLocked(fd, path);
 }
 
 bool SocketServer::BeginSend(int fd) {
@@ -158,11 +181,10 @@ bool SocketServer::IsSending(int fd) const {
 
 /// One read, or as many as it takes to empty what the TLS layer holds decrypted: select does not
 /// see those bytes, and the rest of a record would wait for the peer's next one.
-void SocketServer::ReceiveFromClient(int fd) {
+void SocketServer::ReceiveFromClient(int fd, std::string path) {
   const ReceiveBuffer buffer = MakeReceiveBuffer(recv_buf_size_);
   if (!buffer) return;
-  std::string path;
-  if (!FindClient(fd, path)) {
+  if (!IsInEventOf(fd)) {
     HUTIL_LOG(LOG_ERR, "%s %d: Unknown client fd [%d]\n", kFdCallback, __LINE__, fd);
     DrainStranger(fd, buffer.get(), recv_buf_size_);
     return;
@@ -180,6 +202,7 @@ bool SocketServer::ReadOnce(int fd, std::string&& path, char* buffer) {
     DropClient(fd);
     return false;
   }
+  ZeroRest(buffer, n, recv_buf_size_);
   if (data_cb_) data_cb_(fd_, fd, std::move(path), buffer, static_cast<size_t>(n));
   return true;
 }
@@ -252,6 +275,7 @@ void SocketServer::ReceiveOneDatagram() {
     HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", kFdCallback, __LINE__, fd_, errno);
     return;
   }
+  ZeroRest(buffer.get(), n, recv_buf_size_);
   if (data_cb_) data_cb_(fd_, 0, std::move(path), buffer.get(), static_cast<size_t>(n));
 }
 

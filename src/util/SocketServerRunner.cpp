@@ -145,7 +145,10 @@ void SocketServerRunner::ReceiveOneDatagram(Socket* server, int fd) {
     HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", kFdCallback, __LINE__, fd, errno);
     return;
   }
-  if (data_cb_) data_cb_(server->fd(), 0, path, buffer.get(), static_cast<size_t>(n));
+  ZeroRest(buffer.get(), n, recv_buf_size_);
+  if (data_cb_) {
+    data_cb_(server->fd(), 0, std::move(path), buffer.get(), static_cast<size_t>(n));
+  }
 }
 
 void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::string& path) {
@@ -154,7 +157,9 @@ void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::st
   const ssize_t n = recv(fd, buffer.get(), recv_buf_size_, 0);
   if (n < 1) HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kFdCallback, __LINE__, errno);
   if (n == 0) CloseClient(server, fd);
-  if (data_cb_ && n > 0) data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
+  if (n < 1) return;
+  ZeroRest(buffer.get(), n, recv_buf_size_);
+  if (data_cb_) data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
 }
 
 /// In one step, since the number may be another client's right after. One that was taken out
