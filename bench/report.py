@@ -59,24 +59,23 @@ def spread(values):
 
 
 def ratio(case, key, other, better):
-    pairs = list(zip(case.values(LIBRARY, key), case.values(other, key)))
-    if any(own <= 0 or theirs <= 0 for own, theirs in pairs):
-        return None
-    return median(own / theirs if better == "more" else theirs / own for own, theirs in pairs)
+    pairs = zip(case.values(LIBRARY, key), case.values(other, key))
+    ratios = [own / theirs if better == "more" else theirs / own
+              for own, theirs in pairs if own > 0 and theirs > 0]
+    return median(ratios) if ratios else None
 
 
 def summary(case, figure):
     """All that is said about one figure of a case."""
     key, unit, better = figure
-    best = (max if better == "more" else min)
     entry = {"row": case.row, "case": case.name, "figure": key, "unit": unit, "better": better,
              "rounds": {stack: case.values(stack, key) for stack in case.rounds},
              "median": {stack: case.median(stack, key) for stack in case.rounds},
              "spread": {stack: spread(case.values(stack, key)) for stack in case.rounds}}
-    medians = entry["median"]
-    if case.peers:
-        entry["best_peer"] = best(case.peers, key=lambda stack: medians[stack])
-        entry["to_best_peer"] = ratio(case, key, entry["best_peer"], better)
+    to_peers = {stack: ratio(case, key, stack, better) for stack in case.peers}
+    if to_peers:
+        entry["best_peer"] = min(to_peers, key=lambda stack: to_peers[stack] or math.inf)
+        entry["to_best_peer"] = to_peers[entry["best_peer"]]
     if case.floors:
         entry["floor"] = case.floors[0]
         entry["to_floor"] = ratio(case, key, case.floors[0], better)

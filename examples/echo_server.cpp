@@ -3,6 +3,8 @@
 //     echo_server PORT [CERT.PEM KEY.PEM]
 
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <syslog.h>
 
 #include <cstdio>
@@ -50,6 +52,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "echo_server: cannot listen on port %s, the log says why\n", argv[1]);
     return EXIT_FAILURE;
   }
+  const timeval patience = {5, 0};  // each client has it too: a handshake must not wait for ever
+  setsockopt(echo.fd(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
   int caught = 0;
   sigwait(&ending, &caught);
   return EXIT_SUCCESS;  // the server goes first, then the wrapper that it uses

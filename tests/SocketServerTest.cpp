@@ -122,12 +122,14 @@ TEST(SocketServer, CallbackMeetsZerosBehindItsMessageAndMayTakeItsClientOut) {
         if (size > 5) return server.SendTo(client, data, 1) == 1;
         server.RemoveFd(client);
         answered = server.SendTo(client, data, size);
+        server.AddFd(client, "again");
+        if (answered < 0 && server.SendTo(client, data, size) == 5) server.RemoveFd(client);
         return close(client) == 0;
       },
       nullptr);
   RawClient client(LocalPort(server.fd()));
   ASSERT_TRUE(client.Send(std::string(8192, 'x')) && client.Recv(1) == "x");
-  EXPECT_TRUE(client.Send("short") && client.ClosedByPeer());
+  EXPECT_TRUE(client.Send("short") && client.Recv(5) == "short" && client.ClosedByPeer());
   EXPECT_EQ(stale, 0);
   EXPECT_EQ(answered, -1);
 }

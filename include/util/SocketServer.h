@@ -50,7 +50,8 @@ class HUTIL_EXPORT SocketServer : public Socket {
                SslWrapper* ssl);
   /// Ends the loop. Clients still connected are neither closed nor told, but for this: an event
   /// that lasts longer than a second (a silent peer's handshake, a full send) has the connections
-  /// of all clients shut down. Not to be called from a callback of this server. Owner.
+  /// of all clients shut down. One that another thread took out during its own event is not among
+  /// them, and is waited for. Not to be called from a callback of this server. Owner.
   ~SocketServer();
 
   /// Sets what is called for each client accepted from now on; ignored unless TCP. Any thread.
@@ -69,17 +70,19 @@ class HUTIL_EXPORT SocketServer : public Socket {
   /// Enters a client; one already known keeps its path, one without a TLS connection is dropped at
   /// its first data where the server has TLS. Any thread.
   void AddFd(int fd, std::string path);
-  /// Forgets a client without closing `fd`; logs at 7. One last event may be under way: close `fd`
-  /// in a callback, or when the server is gone, after RemoveClient on the wrapper if there is one.
-  /// Any thread.
+  /// Forgets a client without closing `fd`; logs at 7. One last event may be under way, and sends
+  /// of other threads go on: close `fd` in its own callback if no other thread sends to it, or when
+  /// the server is gone, after RemoveClient on the wrapper if there is one. Any thread.
   void RemoveFd(int fd);
-  /// What the loop calls for the server's descriptor and each client's. Loop thread.
+  /// What the loop calls for the server's descriptor and each client's; not for callbacks. Loop
+  /// thread.
   void FdCallback(int fd, FdType type);
 
  private:
   void ReleaseLoop();
   bool BeginEvent(int fd, std::string& path);
   void EndEvent();
+  void SetEventThread(std::thread::id thread);
   bool IsInEventOf(int fd) const;
   bool FindLocked(int fd, std::string& path) const;
   bool FindClient(int fd, std::string& path);
@@ -87,7 +90,7 @@ class HUTIL_EXPORT SocketServer : public Socket {
   void EndSend(int fd);
   bool IsSending(int fd) const;
   ssize_t SendToClient(int fd, const void* data, size_t size);
-  void ReceiveFromClient(int fd, std::string path);
+  void ReceiveFromClient(int fd, std::string&& path);
   bool ReadOnce(int fd, std::string&& path, char* buffer);
   void DropClient(int fd);
   void RemoveLocked(int fd);
@@ -99,7 +102,7 @@ class HUTIL_EXPORT SocketServer : public Socket {
   uint32_t recv_buf_size_;
   Mutex mutex_;  ///< Guards what may change after construction.
   std::map<int, std::string> clients_;
-  std::vector<int> sending_;  ///< The descriptor of each SendTo under way.
+  std::vector<int> sending_;  ///< Of each SendTo under way, but for an event to its own client.
   std::vector<int> left_;     ///< Clients that went meanwhile; the last such SendTo closes them.
   DataCallback data_cb_;
   NewClientCallback new_client_cb_;
@@ -108,8 +111,8 @@ class HUTIL_EXPORT SocketServer : public Socket {
   int handshake_fd_ = -1;  ///< The client that the loop runs a handshake with, or -1.
   bool busy_ = false;      ///< The loop is inside an event.
   bool stopping_ = false;  ///< No further event is let in.
-  int event_client_ = -1;  ///< The client whose event this is, or was: see event_thread_.
-  std::atomic<std::thread::id> event_thread_;  ///< The thread inside it while it is a client.
+  int event_client_ = -1;  ///< Whose event this is, or was; event_thread_ may read it unlocked.
+  std::atomic<std::thread::id> event_thread_{std::thread::id()};  ///< While that is a client.
   std::unique_ptr<FdMonitor> fd_monitor_;  ///< Last, so that the loop ends before the rest goes.
 };
 

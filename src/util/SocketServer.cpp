@@ -26,8 +26,8 @@ constexpr int kNoFd = -1;
 constexpr int64_t kStopWaitUs = 100000;
 constexpr int kStopWaits = 10;
 
-/// Waits for nothing: the event may be old, and the number another's by now, who has nothing to
-/// read.
+/// Waits for nothing: the event may be old, and the number another's by now, who may have nothing
+/// to read.
 void DrainStranger(int fd, char* scratch, size_t size) {
   if (WaitUntilReadable(fd, 0) && read(fd, scratch, size) < 0) return;
 }
@@ -107,7 +107,7 @@ void SocketServer::RemoveLocked(int fd) {
   HUTIL_LOG(LOG_DEBUG, "%s %d: remove fd [%d] path [%s]\n",
             "void hvn::util::SocketServer::RemoveFd(int)", __LINE__, fd, found->second.c_str());
   clients_.erase(found);
-  if (fd == event_client_) event_thread_ = std::thread::id();
+  if (fd == event_client_) SetEventThread(std::thread::id());
   if (fd_monitor_) fd_monitor_->Remove(fd, kRead);
 }
 
@@ -130,21 +130,28 @@ bool SocketServer::BeginEvent(int fd, std::string& path) {
   busy_ = !stopping_;
   if (busy_ && fd != fd_ && FindLocked(fd, path)) {
     event_client_ = fd;
-    event_thread_ = std::this_thread::get_id();
+    SetEventThread(std::this_thread::get_id());
   }
   return busy_;
 }
 
 void SocketServer::EndEvent() {
   std::lock_guard<Mutex> lock(mutex_);
-  event_thread_ = std::thread::id();
+  SetEventThread(std::thread::id());
   busy_ = false;
   if (stopping_) idle_.Signal();
 }
 
+/// Relaxed, as the load below: a thread that finds itself there has written all that it goes on to
+/// read, and no other thread does.
+void SocketServer::SetEventThread(std::thread::id thread) {
+  event_thread_.store(thread, std::memory_order_relaxed);
+}
+
 /// Whether `fd` is the client whose event the calling thread is in: only that thread may close it.
 bool SocketServer::IsInEventOf(int fd) const {
-  return event_thread_ == std::this_thread::get_id() && event_client_ == fd;
+  return event_thread_.load(std::memory_order_relaxed) == std::this_thread::get_id() &&
+         event_client_ == fd;
 }
 
 bool SocketServer::FindLocked(int fd, std::string& path) const {
@@ -181,10 +188,10 @@ bool SocketServer::IsSending(int fd) const {
 
 /// One read, or as many as it takes to empty what the TLS layer holds decrypted: select does not
 /// see those bytes, and the rest of a record would wait for the peer's next one.
-void SocketServer::ReceiveFromClient(int fd, std::string path) {
+void SocketServer::ReceiveFromClient(int fd, std::string&& path) {
   const ReceiveBuffer buffer = MakeReceiveBuffer(recv_buf_size_);
   if (!buffer) return;
-  if (!IsInEventOf(fd)) {
+  if (!IsInEventOf(fd) && !FindClient(fd, path)) {
     HUTIL_LOG(LOG_ERR, "%s %d: Unknown client fd [%d]\n", kFdCallback, __LINE__, fd);
     DrainStranger(fd, buffer.get(), recv_buf_size_);
     return;

@@ -155,9 +155,11 @@ void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::st
   const ReceiveBuffer buffer = MakeReceiveBuffer(recv_buf_size_);
   if (!buffer) return;
   const ssize_t n = recv(fd, buffer.get(), recv_buf_size_, 0);
-  if (n < 1) HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kFdCallback, __LINE__, errno);
-  if (n == 0) CloseClient(server, fd);
-  if (n < 1) return;
+  if (n < 1) {
+    HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kFdCallback, __LINE__, errno);
+    if (n == 0) CloseClient(server, fd);
+    return;
+  }
   ZeroRest(buffer.get(), n, recv_buf_size_);
   if (data_cb_) data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
 }
