@@ -194,7 +194,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", required=True, help="the folder with the programs")
     parser.add_argument("--commit", default="unknown")
-    parser.add_argument("--rounds", type=int, default=15)
+    parser.add_argument("--rounds", type=int, default=11)
     parser.add_argument("--seconds", type=float, default=0.25, help="how long one run measures")
     parser.add_argument("--keep", action="store_true", help="write the figures of docs/performance.md and the README")
     parser.add_argument("--only", default="", help="rows whose name begins like this")

@@ -31,6 +31,7 @@ void (*CRYPTO_get_locking_callback(void))(int mode, int type, const char* file, 
 int CRYPTO_num_locks(void);
 void CRYPTO_set_locking_callback(void (*func)(int mode, int type, const char* file, int line));
 
+void ERR_clear_error(void);
 int ERR_pop_to_mark(void);
 int ERR_set_mark(void);
 

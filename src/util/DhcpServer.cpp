@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string_view>
 
@@ -39,8 +40,9 @@ std::vector<DhcpServer::LeaseInfo> DhcpServer::GetAllLeaseInfo() {
   const off_t size = FileSize(fd.get());
   if (size <= 0 || static_cast<uint64_t>(size) >= SIZE_MAX) return {};
   const FileText text(fd.get(), static_cast<size_t>(size));
-  std::vector<LeaseInfo> leases;
   std::string_view rest = text.view();
+  std::vector<LeaseInfo> leases;
+  leases.reserve(static_cast<size_t>(std::count(rest.begin(), rest.end(), '\n')) + 1);
   for (std::string_view line; NextField(rest, '\n', line);) leases.push_back(ParseLease(line));
   return leases;
 }
