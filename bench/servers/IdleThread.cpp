@@ -1,5 +1,6 @@
-// Makes a floor of what a library with a loop of its own has to be: a process of two threads. Even while the other one
-// sleeps, the kernel counts a reference at each look at a descriptor, and libc takes its locks.
+// Makes a floor of what a library with a loop of its own has to be: a process of two threads. Even
+// while the other one sleeps, the kernel counts a reference at each look at a descriptor, and libc
+// takes its locks.
 #include <pthread.h>
 #include <unistd.h>
 
