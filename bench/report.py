@@ -51,6 +51,10 @@ class Case:
     def median(self, stack, key):
         return median(self.values(stack, key))
 
+    def pairs(self, other, key):
+        """The library's value and another stack's, of each round."""
+        return zip(self.values(LIBRARY, key), self.values(other, key))
+
 
 def spread(values):
     """The furthest that a round was from the median, as a part of it."""
@@ -59,9 +63,8 @@ def spread(values):
 
 
 def ratio(case, key, other, better):
-    pairs = zip(case.values(LIBRARY, key), case.values(other, key))
     ratios = [own / theirs if better == "more" else theirs / own
-              for own, theirs in pairs if own > 0 and theirs > 0]
+              for own, theirs in case.pairs(other, key) if own > 0 and theirs > 0]
     return median(ratios) if ratios else None
 
 
@@ -93,8 +96,8 @@ def judge(case, entry):
             if goal is not None:
                 goals.append((f"{goal:.2f} of {name}", (entry[key] or 0) >= goal))
         if case.extra_goal is not None:
-            over = median(own - floor for own, floor in zip(
-                *(case.values(stack, entry["figure"]) for stack in (LIBRARY, entry["floor"]))))
+            over = median(own - floor
+                          for own, floor in case.pairs(entry["floor"], entry["figure"]))
             goals.append((f"{case.extra_goal} µs over floor", over < case.extra_goal))
     entry["to_reach"] = ", ".join(text for text, _ in goals)
     entry["reached"] = all(met for _, met in goals) if goals else None

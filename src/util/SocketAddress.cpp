@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "util/ReceiveBuffer.h"
+
 namespace hvn {
 namespace util {
 
@@ -68,12 +70,13 @@ std::string SocketAddress::Ipv6Text() const {
   return text + (";" + std::to_string(ntohs(address_.ipv6.sin6_port)));
 }
 
-ssize_t ReceiveDatagram(int fd, Socket::Domain domain, void* buffer, size_t size,
+ssize_t ReceiveDatagram(int fd, Socket::Domain domain, char* buffer, size_t size,
                         std::string& path) {
   SocketAddress sender;
   if (domain == Socket::kUnix || domain == Socket::kIpv4) sender.Expect(domain);
   const ssize_t n = recvfrom(fd, buffer, size, 0, sender.data(), sender.mutable_length());
   if (n < 1) return n;
+  ZeroRest(buffer, n, size);
   if (domain == Socket::kUnix) path = sender.UnixText();
   if (domain == Socket::kIpv4) path = sender.Ipv4Text();
   return n;

@@ -59,9 +59,9 @@ class SocketAddress {
   socklen_t length_ = 0;
 };
 
-/// One datagram from `fd` into `buffer`, with the sender's text in `path` where `domain` has one
-/// (IPv4 and Unix). recvfrom's result.
-ssize_t ReceiveDatagram(int fd, Socket::Domain domain, void* buffer, size_t size,
+/// One datagram from `fd` into `buffer`, zeros behind it, with the sender's text in `path` where
+/// `domain` has one (IPv4 and Unix). recvfrom's result.
+ssize_t ReceiveDatagram(int fd, Socket::Domain domain, char* buffer, size_t size,
                         std::string& path);
 
 }  // namespace util

@@ -282,7 +282,6 @@ void SocketServer::ReceiveOneDatagram() {
     HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", kFdCallback, __LINE__, fd_, errno);
     return;
   }
-  ZeroRest(buffer.get(), n, recv_buf_size_);
   if (data_cb_) data_cb_(fd_, 0, std::move(path), buffer.get(), static_cast<size_t>(n));
 }
 

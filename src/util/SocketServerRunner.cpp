@@ -145,10 +145,7 @@ void SocketServerRunner::ReceiveOneDatagram(Socket* server, int fd) {
     HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", kFdCallback, __LINE__, fd, errno);
     return;
   }
-  ZeroRest(buffer.get(), n, recv_buf_size_);
-  if (data_cb_) {
-    data_cb_(server->fd(), 0, std::move(path), buffer.get(), static_cast<size_t>(n));
-  }
+  if (data_cb_) data_cb_(server->fd(), 0, std::move(path), buffer.get(), static_cast<size_t>(n));
 }
 
 void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::string& path) {
