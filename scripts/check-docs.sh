@@ -47,7 +47,7 @@ compiled=$(cat examples/*.cpp examples/gatewayd/* | tr -d '[:space:]')
 check_compiled docs/guide.md of_page
 
 beginnings() { # of all diagnostics, up to the first argument; the function and line that most begin with left out
-  cat src/util/*.cpp src/util/*.h | tr '\n' ' ' | grep -o 'HUTIL_LOG([A-Z_]*, *\("[^"]*" *\)*' |
+  cat src/util/*.{cpp,h} src/util/internal/*.{cpp,h} | tr '\n' ' ' | grep -o 'HUTIL_LOG([A-Z_]*, *\("[^"]*" *\)*' |
     sed 's/^[^"]*"//; s/" *$//; s/" *"//g; s/%s %d: //; s/\\n$//; s/%.*//; s/ *$//' | sort -u
 }
 

@@ -10,7 +10,7 @@ for name in bio crypto err evp pem ssl x509; do
   ln -s "$PWD/cmake/openssl-1.0.2.h" "$headers/openssl/$name.h"
 done
 
-mapfile -t sources < <(grep -lE 'openssl/|OpenSsl' src/util/*.cpp)
+mapfile -t sources < <(grep -lE 'openssl/|OpenSsl' src/util/*.cpp src/util/internal/*.cpp)
 for source in "${sources[@]}"; do
   ${CXX:-g++} -std=c++17 -fsyntax-only -Wall -Wextra -Werror -Iinclude -Isrc -I"$headers" -MD -MF "$headers/used" "$source"
   if tr ' ' '\n' <"$headers/used" | grep '/openssl/' | grep -vF "$headers"; then

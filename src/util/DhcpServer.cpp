@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <string_view>
 
-#include "util/Fields.h"
-#include "util/FileText.h"
 #include "util/Misc.h"
-#include "util/UniqueFd.h"
+#include "util/internal/Fields.h"
+#include "util/internal/FileText.h"
+#include "util/internal/UniqueFd.h"
 
 namespace hvn {
 namespace util {

@@ -7,7 +7,7 @@
 #include <new>
 #include <utility>
 
-#include "util/Log.h"
+#include "util/internal/Log.h"
 
 namespace hvn {
 namespace util {

@@ -18,10 +18,10 @@
 #include <set>
 #include <utility>
 
-#include "util/FilePtr.h"
-#include "util/Log.h"
 #include "util/NetworkMonitor.h"
-#include "util/UniqueFd.h"
+#include "util/internal/FilePtr.h"
+#include "util/internal/Log.h"
+#include "util/internal/UniqueFd.h"
 
 namespace hvn {
 namespace util {

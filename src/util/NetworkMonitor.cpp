@@ -13,8 +13,8 @@
 #include <string>
 #include <utility>
 
-#include "util/ByteView.h"
-#include "util/Log.h"
+#include "util/internal/ByteView.h"
+#include "util/internal/Log.h"
 
 namespace hvn {
 namespace util {

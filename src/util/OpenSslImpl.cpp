@@ -12,9 +12,9 @@
 #include <mutex>
 #include <utility>
 
-#include "util/FilePtr.h"
-#include "util/Log.h"
-#include "util/OpenSslCompat.h"
+#include "util/internal/FilePtr.h"
+#include "util/internal/Log.h"
+#include "util/internal/OpenSslCompat.h"
 
 namespace hvn {
 namespace util {

@@ -7,10 +7,10 @@
 #include <mutex>
 #include <string_view>
 
-#include "util/Fields.h"
-#include "util/FileText.h"
-#include "util/Log.h"
-#include "util/UniqueFd.h"
+#include "util/internal/Fields.h"
+#include "util/internal/FileText.h"
+#include "util/internal/Log.h"
+#include "util/internal/UniqueFd.h"
 
 namespace hvn {
 namespace util {

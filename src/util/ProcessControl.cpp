@@ -9,8 +9,8 @@
 #include <cstring>
 #include <memory>
 
-#include "util/Log.h"
-#include "util/UniqueFd.h"
+#include "util/internal/Log.h"
+#include "util/internal/UniqueFd.h"
 
 namespace hvn {
 namespace util {

@@ -11,14 +11,14 @@
 #include <cstdlib>
 #include <utility>
 
-#include "util/Log.h"
-#include "util/Select.h"
-#include "util/SocketAddress.h"
-#include "util/SocketConnect.h"
-#include "util/SocketOptions.h"
-#include "util/SocketPath.h"
-#include "util/SocketSend.h"
-#include "util/TcpStatistics.h"
+#include "util/internal/Log.h"
+#include "util/internal/Select.h"
+#include "util/internal/SocketAddress.h"
+#include "util/internal/SocketConnect.h"
+#include "util/internal/SocketOptions.h"
+#include "util/internal/SocketPath.h"
+#include "util/internal/SocketSend.h"
+#include "util/internal/TcpStatistics.h"
 
 namespace hvn {
 namespace util {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "util/Log.h"
+#include "util/internal/Log.h"
 
 namespace hvn {
 namespace util {

@@ -8,10 +8,10 @@
 #include <mutex>
 #include <utility>
 
-#include "util/Log.h"
-#include "util/ReceiveBuffer.h"
-#include "util/Select.h"
-#include "util/SocketAddress.h"
+#include "util/internal/Log.h"
+#include "util/internal/ReceiveBuffer.h"
+#include "util/internal/Select.h"
+#include "util/internal/SocketAddress.h"
 
 namespace hvn {
 namespace util {

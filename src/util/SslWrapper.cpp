@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "util/Log.h"
 #include "util/OpenSslImpl.h"
+#include "util/internal/Log.h"
 
 namespace hvn {
 namespace util {

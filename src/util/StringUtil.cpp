@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "util/Fields.h"
+#include "util/internal/Fields.h"
 
 namespace hvn {
 namespace util {

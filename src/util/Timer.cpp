@@ -3,8 +3,8 @@
 #include <mutex>
 #include <utility>
 
-#include "util/Log.h"
-#include "util/StartThread.h"
+#include "util/internal/Log.h"
+#include "util/internal/StartThread.h"
 
 namespace hvn {
 namespace util {

@@ -1,4 +1,4 @@
-#include "util/SocketOptions.h"
+#include "util/internal/SocketOptions.h"
 
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <vector>
 
-#include "util/Log.h"
 #include "util/NetworkManager.h"
+#include "util/internal/Log.h"
 
 namespace hvn {
 namespace util {

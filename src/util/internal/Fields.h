@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_FIELDS_H_
-#define HUTIL_UTIL_FIELDS_H_
+#ifndef HUTIL_UTIL_INTERNAL_FIELDS_H_
+#define HUTIL_UTIL_INTERNAL_FIELDS_H_
 
 #include <string_view>
 
@@ -19,4 +19,4 @@ inline bool NextField(std::string_view& rest, char delimiter, std::string_view& 
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_FIELDS_H_
+#endif  // HUTIL_UTIL_INTERNAL_FIELDS_H_

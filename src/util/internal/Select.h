@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_SELECT_H_
-#define HUTIL_UTIL_SELECT_H_
+#ifndef HUTIL_UTIL_INTERNAL_SELECT_H_
+#define HUTIL_UTIL_INTERNAL_SELECT_H_
 
 #include <poll.h>
 #include <sys/select.h>
@@ -34,4 +34,4 @@ inline bool WaitUntilReadable(int fd, int wait_ms) {
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_SELECT_H_
+#endif  // HUTIL_UTIL_INTERNAL_SELECT_H_

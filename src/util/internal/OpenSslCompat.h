@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_OPENSSLCOMPAT_H_
-#define HUTIL_UTIL_OPENSSLCOMPAT_H_
+#ifndef HUTIL_UTIL_INTERNAL_OPENSSLCOMPAT_H_
+#define HUTIL_UTIL_INTERNAL_OPENSSLCOMPAT_H_
 
 #include <openssl/ssl.h>
 
@@ -23,4 +23,4 @@ const SSL_METHOD* FindMethod(SslWrapper::Method method, bool is_server);
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_OPENSSLCOMPAT_H_
+#endif  // HUTIL_UTIL_INTERNAL_OPENSSLCOMPAT_H_

@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_BYTEVIEW_H_
-#define HUTIL_UTIL_BYTEVIEW_H_
+#ifndef HUTIL_UTIL_INTERNAL_BYTEVIEW_H_
+#define HUTIL_UTIL_INTERNAL_BYTEVIEW_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -48,4 +48,4 @@ class ByteView {
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_BYTEVIEW_H_
+#endif  // HUTIL_UTIL_INTERNAL_BYTEVIEW_H_

@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_STARTTHREAD_H_
-#define HUTIL_UTIL_STARTTHREAD_H_
+#ifndef HUTIL_UTIL_INTERNAL_STARTTHREAD_H_
+#define HUTIL_UTIL_INTERNAL_STARTTHREAD_H_
 
 #include <system_error>
 #include <thread>
@@ -22,4 +22,4 @@ std::thread StartThread(Args&&... args) {
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_STARTTHREAD_H_
+#endif  // HUTIL_UTIL_INTERNAL_STARTTHREAD_H_

@@ -1,4 +1,4 @@
-#include "util/SocketConnect.h"
+#include "util/internal/SocketConnect.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "util/Log.h"
-#include "util/Select.h"
+#include "util/internal/Log.h"
+#include "util/internal/Select.h"
 
 namespace hvn {
 namespace util {

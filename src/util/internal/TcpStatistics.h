@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_TCPSTATISTICS_H_
-#define HUTIL_UTIL_TCPSTATISTICS_H_
+#ifndef HUTIL_UTIL_INTERNAL_TCPSTATISTICS_H_
+#define HUTIL_UTIL_INTERNAL_TCPSTATISTICS_H_
 
 namespace hvn {
 namespace util {
@@ -11,4 +11,4 @@ bool LogTcpStatistics(int fd, const char* function);
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_TCPSTATISTICS_H_
+#endif  // HUTIL_UTIL_INTERNAL_TCPSTATISTICS_H_

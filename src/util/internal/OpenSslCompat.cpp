@@ -1,4 +1,4 @@
-#include "util/OpenSslCompat.h"
+#include "util/internal/OpenSslCompat.h"
 
 #include <openssl/crypto.h>
 

@@ -1,4 +1,4 @@
-#include "util/FileText.h"
+#include "util/internal/FileText.h"
 
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_SOCKETADDRESS_H_
-#define HUTIL_UTIL_SOCKETADDRESS_H_
+#ifndef HUTIL_UTIL_INTERNAL_SOCKETADDRESS_H_
+#define HUTIL_UTIL_INTERNAL_SOCKETADDRESS_H_
 
 #include <linux/netlink.h>
 #include <netinet/in.h>
@@ -67,4 +67,4 @@ ssize_t ReceiveDatagram(int fd, Socket::Domain domain, char* buffer, size_t size
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_SOCKETADDRESS_H_
+#endif  // HUTIL_UTIL_INTERNAL_SOCKETADDRESS_H_

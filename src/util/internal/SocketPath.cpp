@@ -1,12 +1,12 @@
-#include "util/SocketPath.h"
+#include "util/internal/SocketPath.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
 
-#include "util/Log.h"
 #include "util/Misc.h"
 #include "util/NetworkManager.h"
+#include "util/internal/Log.h"
 
 namespace hvn {
 namespace util {

@@ -1,11 +1,11 @@
-#ifndef HUTIL_UTIL_SOCKETSEND_H_
-#define HUTIL_UTIL_SOCKETSEND_H_
+#ifndef HUTIL_UTIL_INTERNAL_SOCKETSEND_H_
+#define HUTIL_UTIL_INTERNAL_SOCKETSEND_H_
 
 #include <sys/types.h>
 
 #include <cstddef>
 
-#include "util/SocketAddress.h"
+#include "util/internal/SocketAddress.h"
 
 namespace hvn {
 namespace util {
@@ -22,4 +22,4 @@ ssize_t SendDatagram(int fd, const SocketAddress& address, const char* path, con
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_SOCKETSEND_H_
+#endif  // HUTIL_UTIL_INTERNAL_SOCKETSEND_H_

@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_UNIQUEFD_H_
-#define HUTIL_UTIL_UNIQUEFD_H_
+#ifndef HUTIL_UTIL_INTERNAL_UNIQUEFD_H_
+#define HUTIL_UTIL_INTERNAL_UNIQUEFD_H_
 
 #include <unistd.h>
 
@@ -25,4 +25,4 @@ class UniqueFd {
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_UNIQUEFD_H_
+#endif  // HUTIL_UTIL_INTERNAL_UNIQUEFD_H_

@@ -1,9 +1,9 @@
-#ifndef HUTIL_UTIL_SOCKETCONNECT_H_
-#define HUTIL_UTIL_SOCKETCONNECT_H_
+#ifndef HUTIL_UTIL_INTERNAL_SOCKETCONNECT_H_
+#define HUTIL_UTIL_INTERNAL_SOCKETCONNECT_H_
 
 #include <string>
 
-#include "util/SocketAddress.h"
+#include "util/internal/SocketAddress.h"
 
 namespace hvn {
 namespace util {
@@ -23,4 +23,4 @@ void JoinMulticast(int fd, const std::string& ip);
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_SOCKETCONNECT_H_
+#endif  // HUTIL_UTIL_INTERNAL_SOCKETCONNECT_H_

@@ -1,4 +1,4 @@
-#include "util/Log.h"
+#include "util/internal/Log.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_FILEPTR_H_
-#define HUTIL_UTIL_FILEPTR_H_
+#ifndef HUTIL_UTIL_INTERNAL_FILEPTR_H_
+#define HUTIL_UTIL_INTERNAL_FILEPTR_H_
 
 #include <cstdio>
 #include <memory>
@@ -17,4 +17,4 @@ using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_FILEPTR_H_
+#endif  // HUTIL_UTIL_INTERNAL_FILEPTR_H_

@@ -1,12 +1,12 @@
-#ifndef HUTIL_UTIL_FILETEXT_H_
-#define HUTIL_UTIL_FILETEXT_H_
+#ifndef HUTIL_UTIL_INTERNAL_FILETEXT_H_
+#define HUTIL_UTIL_INTERNAL_FILETEXT_H_
 
 #include <sys/types.h>
 
 #include <cstddef>
 #include <string_view>
 
-#include "util/ReceiveBuffer.h"
+#include "util/internal/ReceiveBuffer.h"
 
 namespace hvn {
 namespace util {
@@ -28,4 +28,4 @@ class FileText {
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_FILETEXT_H_
+#endif  // HUTIL_UTIL_INTERNAL_FILETEXT_H_

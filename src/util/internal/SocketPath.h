@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_SOCKETPATH_H_
-#define HUTIL_UTIL_SOCKETPATH_H_
+#ifndef HUTIL_UTIL_INTERNAL_SOCKETPATH_H_
+#define HUTIL_UTIL_INTERNAL_SOCKETPATH_H_
 
 #include <string>
 
@@ -34,4 +34,4 @@ inline bool StartsWithLetter(const std::string& path) {
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_SOCKETPATH_H_
+#endif  // HUTIL_UTIL_INTERNAL_SOCKETPATH_H_

@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_SOCKETOPTIONS_H_
-#define HUTIL_UTIL_SOCKETOPTIONS_H_
+#ifndef HUTIL_UTIL_INTERNAL_SOCKETOPTIONS_H_
+#define HUTIL_UTIL_INTERNAL_SOCKETOPTIONS_H_
 
 #include <string>
 
@@ -18,4 +18,4 @@ bool BindSocketToDevice(int fd, const std::string& ifname);
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_SOCKETOPTIONS_H_
+#endif  // HUTIL_UTIL_INTERNAL_SOCKETOPTIONS_H_

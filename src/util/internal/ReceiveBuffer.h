@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_RECEIVEBUFFER_H_
-#define HUTIL_UTIL_RECEIVEBUFFER_H_
+#ifndef HUTIL_UTIL_INTERNAL_RECEIVEBUFFER_H_
+#define HUTIL_UTIL_INTERNAL_RECEIVEBUFFER_H_
 
 #include <sys/types.h>
 
@@ -31,4 +31,4 @@ inline void ZeroRest(char* buffer, ssize_t received, size_t size) {
 }  // namespace util
 }  // namespace hvn
 
-#endif  // HUTIL_UTIL_RECEIVEBUFFER_H_
+#endif  // HUTIL_UTIL_INTERNAL_RECEIVEBUFFER_H_

@@ -1,5 +1,5 @@
-#ifndef HUTIL_UTIL_LOG_H_
-#define HUTIL_UTIL_LOG_H_
+#ifndef HUTIL_UTIL_INTERNAL_LOG_H_
+#define HUTIL_UTIL_INTERNAL_LOG_H_
 
 #include <syslog.h>
 
@@ -29,4 +29,4 @@ void EchoThreadId(const char* function, int line);
     ::hvn::util::EchoThreadId((function), __LINE__ + 1);                                       \
   } while (false)
 
-#endif  // HUTIL_UTIL_LOG_H_
+#endif  // HUTIL_UTIL_INTERNAL_LOG_H_

@@ -1,11 +1,11 @@
-#include "util/SocketAddress.h"
+#include "util/internal/SocketAddress.h"
 
 #include <arpa/inet.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "util/ReceiveBuffer.h"
+#include "util/internal/ReceiveBuffer.h"
 
 namespace hvn {
 namespace util {

@@ -1,10 +1,10 @@
-#include "util/TcpStatistics.h"
+#include "util/internal/TcpStatistics.h"
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include "util/Log.h"
+#include "util/internal/Log.h"
 
 namespace hvn {
 namespace util {

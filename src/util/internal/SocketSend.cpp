@@ -1,4 +1,4 @@
-#include "util/SocketSend.h"
+#include "util/internal/SocketSend.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <climits>
 
-#include "util/Log.h"
+#include "util/internal/Log.h"
 
 namespace hvn {
 namespace util {
