@@ -27,10 +27,11 @@ class HUTIL_EXPORT Buffer {
 
   /// Appends `len` bytes at `data`, which may lie in this buffer. Grows to the exact need.
   /// True; false, with nothing changed, for a null `data` with bytes to copy and for more than
-  /// a string can hold. Owner.
+  /// an unsigned int can count. Throws std::bad_alloc where there is no memory. Owner.
   bool Copy(unsigned char* data, unsigned int len);
 
-  /// The first readable byte; valid until the next Copy or Clear, also while empty. Owner.
+  /// The first readable byte; valid until the next Copy or Clear, also while empty. The bytes
+  /// behind the readable ones, up to capacity(), are zero. Owner.
   unsigned char* data();
   const unsigned char* data() const;
   /// Bytes appended since construction or Clear. Owner.
@@ -46,7 +47,7 @@ class HUTIL_EXPORT Buffer {
  private:
   std::string storage_;
   unsigned int length_;
-  unsigned int head_;
+  unsigned int head_;  ///< Always 0: where a consumer of the front would begin.
 };
 
 }  // namespace util

@@ -1,10 +1,13 @@
 #ifndef HUTIL_UTIL_FDMONITOR_H_
 #define HUTIL_UTIL_FDMONITOR_H_
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "util/Export.h"
@@ -49,11 +52,12 @@ class HUTIL_EXPORT FdMonitor {
   static hvn::Result Delete(unsigned int index);
 
   /// Starts the loop's thread, which logs its number at 7 and echoes it into the kernel log. Where
-  /// no wake-up descriptor or thread is to be had, the monitor exists but never calls back; nothing
-  /// is logged. Owner. See eventfd(2).
+  /// no wake-up descriptor (silently) or no thread (logged, 3) is to be had, the monitor exists but
+  /// never calls back. Owner. See eventfd(2).
   FdMonitor();
   /// Ends the loop and joins its thread; no callback runs after that. Not to be called from a
-  /// callback of this monitor. Owner.
+  /// callback of this monitor. In a forked child, which has no such thread, it leaves the loop of
+  /// the parent alone. Owner.
   ~FdMonitor();
   FdMonitor(const FdMonitor&) = delete;
   FdMonitor& operator=(const FdMonitor&) = delete;
@@ -85,6 +89,7 @@ class HUTIL_EXPORT FdMonitor {
   static Mutex s_monitor_vector_mutex_;
   static std::vector<FdMonitor*> s_monitor_v_;
 
+  const pid_t maker_;  ///< The process that has the thread.
   std::string exit_word_;
   std::string modify_word_;
   Mutex mutex_;

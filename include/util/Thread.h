@@ -96,6 +96,7 @@ class Condition {
     if (!name_.empty()) EchoName();
     if (timeout_us < 0) timeout_us = 0;
     const int64_t seconds = timeout_us / 1000000;
+    // Cut to what time_t holds, which is 32 bits on some ARM systems: it must not wrap around.
     const int64_t latest = std::numeric_limits<decltype(deadline.tv_sec)>::max() - 1;
     deadline.tv_sec = static_cast<decltype(deadline.tv_sec)>(
         seconds < latest - deadline.tv_sec ? deadline.tv_sec + seconds : latest);
@@ -116,10 +117,10 @@ class Condition {
  private:
   void EchoName() const {
     char command[4096] = {};
-    snprintf(command, sizeof(command), "echo \"%s %d: name %s\" > /dev/kmsg",
-             "hvn::Result hvn::util::Condition::WaitUntil(hvn::util::Mutex&, int64_t)", __LINE__,
-             name_.c_str());
-    if (system(command) != 0) return;  // best effort: /dev/kmsg need not be writable
+    std::snprintf(command, sizeof(command), "echo \"%s %d: name %s\" > /dev/kmsg",
+                  "hvn::Result hvn::util::Condition::WaitUntil(hvn::util::Mutex&, int64_t)",
+                  __LINE__, name_.c_str());
+    if (std::system(command) != 0) return;  // best effort: /dev/kmsg need not be writable
   }
 
   pthread_cond_t condition_;

@@ -1,6 +1,8 @@
 #ifndef HUTIL_UTIL_TIMER_H_
 #define HUTIL_UTIL_TIMER_H_
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <functional>
 #include <string>
@@ -24,10 +26,11 @@ namespace util {
 class HUTIL_EXPORT Timer {
  public:
   /// Starts the thread, which logs its number at 7 and echoes it into the kernel log; `name` is not
-  /// kept. Where no thread is to be had, the timer never calls back. Owner.
+  /// kept. Where no thread is to be had (logged, 3), the timer never calls back. Owner.
   Timer(std::string name, std::function<void()> callback);
-  /// Ends the thread; a wait for the next expiry ends in one last call. Not to be called from the
-  /// callback. Owner.
+  /// Ends the thread; a wait for the next expiry ends in one last call. Called from the timer's own
+  /// callback it would wait for itself, for ever. In a forked child, which has no such thread, it
+  /// waits for nothing. Owner.
   ~Timer();
   Timer(const Timer&) = delete;
   Timer& operator=(const Timer&) = delete;
@@ -46,6 +49,7 @@ class HUTIL_EXPORT Timer {
   void WaitUntilArmed();
   void RunArmed();
 
+  const pid_t maker_;  ///< The process that has the thread.
   std::atomic<bool> running_;
   std::atomic<bool> armed_;
   std::atomic<bool> repeat_;

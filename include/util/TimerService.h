@@ -18,7 +18,9 @@ namespace util {
 /// Daemons reach it through a TimerManager.
 ///
 /// Tasks run one after another with no lock held, so a callback may add and remove tasks, its own
-/// included; a slow one delays the others. Callbacks must not throw.
+/// included; a slow one delays the others. Callbacks must not throw. The worker wakes within a
+/// microsecond of the time (a timer slack that a program which a callback executes inherits, see
+/// PR_SET_TIMERSLACK in prctl(2)).
 class HUTIL_EXPORT TimerService {
  public:
   /// Called as (task number, the pointer given to AddTask); true keeps the task, false ends it.
@@ -27,7 +29,7 @@ class HUTIL_EXPORT TimerService {
   /// A task.
   struct CbInfo {
     int id;
-    int run_count;  ///< Wraps around.
+    int run_count;  ///< For a debugger; wraps around.
     long long interval_us;
     long long last_run_us;  ///< On CLOCK_MONOTONIC.
     Callback callback;
@@ -39,7 +41,7 @@ class HUTIL_EXPORT TimerService {
   /// A worker.
   struct ThreadInfo {
     std::unique_ptr<std::thread> thread;
-    bool running = true;
+    bool running = true;  ///< Nothing ends a worker: it lives as long as the process.
     std::list<CbInfo> tasks;
     Mutex mutex;
     Condition condition;
@@ -48,23 +50,26 @@ class HUTIL_EXPORT TimerService {
 
   /// The one service, made at the first call and never destroyed. Any thread.
   static TimerService* GetInstance();
-  /// Starts the worker, which logs its number at 7 and echoes it into the kernel log; without one,
-  /// AddTask fails. For GetInstance: a service must never be destroyed. Owner.
+  /// Starts the worker, which logs its number at 7 and echoes it into the kernel log; where that
+  /// fails (logged, 3), AddTask tries again. For GetInstance: a service must never be destroyed.
+  /// Owner.
   TimerService();
   TimerService(const TimerService&) = delete;
   TimerService& operator=(const TimerService&) = delete;
 
   /// Runs `callback` every `interval_us` microseconds, first after one interval. The lowest free
   /// task number; -1, with no log line, for an interval below 1, an empty callback and a 101st
-  /// task. `arg` stays the caller's. Any thread.
+  /// task, and, logged at 3, where no worker can be started. `arg` stays the caller's. Any thread.
   int AddTask(long long interval_us, Callback callback, void* arg);
-  /// Ends a task; false, with no log line, for a number not in use. From another thread than the
-  /// worker's, one last call may still be under way. Any thread.
+  /// Ends a task; false, with no log line, for a number not in use. Never waits: from another
+  /// thread than the worker's, one last call may be under way or follow, and the callback with what
+  /// it holds may live on until the worker's wait is over. Any thread.
   bool RemoveTask(int id);
   /// The body of the worker; not for users. Logs each pass's run time and next wait at 7.
   void ThreadLoop(ThreadInfo* info);
 
  private:
+  void StartWorker();
   static long long CollectDue(ThreadInfo* info, std::list<CbInfo>& due);
   void Retire(ThreadInfo* info, const CbInfo& retired);
 

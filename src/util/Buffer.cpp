@@ -41,7 +41,7 @@ unsigned int Buffer::capacity() const { return static_cast<unsigned int>(storage
 unsigned int Buffer::size() const { return length_ - head_; }
 
 void Buffer::Clear() {
-  storage_.clear();
+  std::string().swap(storage_);  // clear() would keep the memory
   length_ = 0;
 }
 

@@ -8,24 +8,26 @@
 #include <mutex>
 #include <utility>
 
+#include "util/internal/IgnoreResult.h"
 #include "util/internal/Log.h"
 #include "util/internal/Select.h"
 #include "util/internal/StartThread.h"
+#include "util/internal/UniqueFd.h"
 
 namespace hvn {
 namespace util {
 
 namespace {
 
-[[maybe_unused]] const std::string kTag = "util::FdMonitor";
+[[maybe_unused]] const std::string kTag = "util::FdMonitor";  // for a debugger
 constexpr size_t kMaxMonitors = 5;
 constexpr size_t kDiscardSize = 4096;
 
 /// A wake-up descriptor that is not 0, which counts as none, and that select can hold; or -1.
 int OpenWakeFd() {
-  int fd = eventfd(0, EFD_NONBLOCK);
+  int fd = CloseOnExec(eventfd(0, EFD_NONBLOCK));
   if (fd == 0) {
-    fd = fcntl(0, F_DUPFD, STDERR_FILENO + 1);
+    fd = fcntl(0, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     close(0);
   }
   if (fd < 0 || FitsSelect(fd)) return fd;
@@ -33,19 +35,17 @@ int OpenWakeFd() {
   return -1;
 }
 
+/// What cannot be read now is heard of again, or not.
 void Discard(int fd) {
   char scratch[kDiscardSize];
-  if (read(fd, scratch, sizeof(scratch)) < 0) return;  // the loop hears of it again, or not
+  IgnoreResult(read(fd, scratch, sizeof(scratch)));
 }
 
 }  // namespace
 
-/// What one pass of the loop waits for. A set with nothing in it is left out: the kernel would copy
-/// it in and out.
+/// What one pass of the loop waits for.
 struct FdMonitor::Sets {
   fd_set read, write, except;
-  fd_set* writable = nullptr;
-  fd_set* exceptional = nullptr;
 };
 
 Mutex FdMonitor::s_monitor_vector_mutex_;
@@ -75,9 +75,13 @@ hvn::Result FdMonitor::Delete(unsigned int /*index*/) {
 
 // running_ is true before the thread exists, so that a destructor that comes first is not undone.
 FdMonitor::FdMonitor()
-    : exit_word_("evt_exit"), modify_word_("evt_modi"), wake_fd_(OpenWakeFd()), running_(true) {
+    : maker_(getpid()),
+      exit_word_("evt_exit"),
+      modify_word_("evt_modi"),
+      wake_fd_(OpenWakeFd()),
+      running_(true) {
   if (wake_fd_ < 0) return;
-  std::thread thread = StartThread(&FdMonitor::ThreadLoop, this);
+  std::thread thread = StartThread("hvn::util::FdMonitor::FdMonitor()", [this] { ThreadLoop(); });
   if (!thread.joinable()) {
     close(wake_fd_);
     wake_fd_ = -1;
@@ -87,6 +91,10 @@ FdMonitor::FdMonitor()
 }
 
 FdMonitor::~FdMonitor() {
+  if (getpid() != maker_) {
+    AbandonThread(thread_);
+    return;
+  }
   running_ = false;
   if (wake_fd_ <= 0) return;
   Wake(exit_word_);
@@ -116,18 +124,18 @@ FdMonitor::CallbackMap& FdMonitor::MapOf(FdType type) {
 
 /// A write that finds the counter full needs no repetition: the loop is awake then.
 void FdMonitor::Wake(const std::string& word) const {
-  if (write(wake_fd_, word.data(), word.size()) < 0) return;
+  IgnoreResult(write(wake_fd_, word.data(), word.size()));
 }
 
 void FdMonitor::ThreadLoop() {
-  constexpr char kFunction[] = "void hvn::util::FdMonitor::ThreadLoop()";
+  static constexpr char kFunction[] = "void hvn::util::FdMonitor::ThreadLoop()";
   if (wake_fd_ < 0) return;
   HUTIL_ANNOUNCE_THREAD(kFunction);
   ReadyList ready;
   while (running_) {
     Sets sets;
     const int max_fd = BuildSets(sets);
-    const int count = select(max_fd + 1, &sets.read, sets.writable, sets.exceptional, nullptr);
+    const int count = select(max_fd + 1, &sets.read, &sets.write, &sets.except, nullptr);
     if (count < 0) {
       HUTIL_LOG(LOG_ERR, "%s %d: select error", kFunction, __LINE__);
       continue;
@@ -151,13 +159,12 @@ int FdMonitor::BuildSets(Sets& sets) {
       FD_SET(entry.first, &set);
       max_fd = std::max(max_fd, entry.first);
     }
-    return map.empty() ? nullptr : &set;
   };
   std::lock_guard<Mutex> lock(mutex_);
   fill(read_map_, sets.read);
   FD_SET(wake_fd_, &sets.read);
-  sets.writable = fill(write_map_, sets.write);
-  sets.exceptional = fill(except_map_, sets.except);
+  fill(write_map_, sets.write);
+  fill(except_map_, sets.except);
   return max_fd;
 }
 

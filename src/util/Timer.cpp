@@ -1,5 +1,7 @@
 #include "util/Timer.h"
 
+#include <unistd.h>
+
 #include <mutex>
 #include <utility>
 
@@ -11,11 +13,20 @@ namespace util {
 
 // running_ is true before the thread exists, so that a destructor that comes first is not undone.
 Timer::Timer(std::string /*name*/, std::function<void()> callback)
-    : running_(true), armed_(false), repeat_(false), callback_(std::move(callback)) {
-  thread_ = StartThread(&Timer::Loop, this);
+    : maker_(getpid()),
+      running_(true),
+      armed_(false),
+      repeat_(false),
+      callback_(std::move(callback)) {
+  thread_ = StartThread("hvn::util::Timer::Timer(std::string, std::function<void()>)",
+                        [this] { Loop(); });
 }
 
 Timer::~Timer() {
+  if (getpid() != maker_) {
+    AbandonThread(thread_);
+    return;
+  }
   running_ = false;
   armed_ = false;
   Wake();

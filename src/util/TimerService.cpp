@@ -20,6 +20,7 @@ namespace {
 constexpr size_t kMaxTasks = 100;
 constexpr long long kLongestWaitUs = 1000000000;
 constexpr unsigned long kTimerSlackNs = 1000;
+constexpr char kConstructor[] = "hvn::util::TimerService::TimerService()";
 constexpr char kThreadLoop[] =
     "void hvn::util::TimerService::ThreadLoop(hvn::util::TimerService::ThreadInfo*)";
 
@@ -27,6 +28,19 @@ long long MonotonicUs() {
   timespec now = {};
   clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+/// Takes the tasks that match out of `tasks`. The caller holds on to them until its locks are free:
+/// what their callbacks own may call back in here when it is destroyed.
+template <typename Match>
+std::list<TimerService::CbInfo> TakeOut(std::list<TimerService::CbInfo>& tasks, Match match) {
+  std::list<TimerService::CbInfo> taken;
+  for (auto task = tasks.begin(); task != tasks.end();) {
+    const auto next = std::next(task);
+    if (match(*task)) taken.splice(taken.end(), tasks, task);
+    task = next;
+  }
+  return taken;
 }
 
 }  // namespace
@@ -39,9 +53,12 @@ TimerService* TimerService::GetInstance() {
   return s_ins_;
 }
 
-TimerService::TimerService() : ids_in_use_(kMaxTasks, false) {
+TimerService::TimerService() : ids_in_use_(kMaxTasks, false) { StartWorker(); }
+
+void TimerService::StartWorker() {
   auto info = std::make_unique<ThreadInfo>();
-  std::thread thread = StartThread(&TimerService::ThreadLoop, this, info.get());
+  std::thread thread =
+      StartThread(kConstructor, [this, worker = info.get()] { ThreadLoop(worker); });
   if (!thread.joinable()) return;
   info->thread = std::make_unique<std::thread>(std::move(thread));
   threads_.push_back(info.release());
@@ -50,8 +67,10 @@ TimerService::TimerService() : ids_in_use_(kMaxTasks, false) {
 /// The number is taken and the task listed in one step, or a late RemoveTask of the number's
 /// earlier task could free it in between.
 int TimerService::AddTask(long long interval_us, Callback callback, void* arg) {
-  if (interval_us < 1 || !callback || threads_.empty()) return -1;
+  if (interval_us < 1 || !callback) return -1;
   std::lock_guard<Mutex> lock(mutex_);
+  if (threads_.empty()) StartWorker();
+  if (threads_.empty()) return -1;
   const auto free = std::find(ids_in_use_.begin(), ids_in_use_.end(), false);
   if (free == ids_in_use_.end()) return -1;
   *free = true;
@@ -66,18 +85,15 @@ int TimerService::AddTask(long long interval_us, Callback callback, void* arg) {
 }
 
 bool TimerService::RemoveTask(int id) {
-  std::list<CbInfo> removed;  // its callbacks are destroyed when the locks are free again
+  std::list<CbInfo> removed;  // outlives the locks
   std::lock_guard<Mutex> lock(mutex_);
   if (id < 0 || id >= static_cast<int>(kMaxTasks) || !ids_in_use_[static_cast<size_t>(id)]) {
     return false;
   }
   for (ThreadInfo* worker : threads_) {
     std::lock_guard<Mutex> worker_lock(worker->mutex);
-    for (auto task = worker->tasks.begin(); task != worker->tasks.end();) {
-      const auto next = std::next(task);
-      if (task->id == id) removed.splice(removed.end(), worker->tasks, task);
-      task = next;
-    }
+    removed.splice(removed.end(),
+                   TakeOut(worker->tasks, [id](const CbInfo& task) { return task.id == id; }));
   }
   ids_in_use_[static_cast<size_t>(id)] = false;
   return true;
@@ -129,15 +145,12 @@ long long TimerService::CollectDue(ThreadInfo* info, std::list<CbInfo>& due) {
 /// Ends a task whose callback returned false, unless it was removed meanwhile: its number may be
 /// another task's by now.
 void TimerService::Retire(ThreadInfo* info, const CbInfo& retired) {
-  std::list<CbInfo> removed;
+  std::list<CbInfo> removed;  // outlives the locks
   std::lock_guard<Mutex> lock(mutex_);
   std::lock_guard<Mutex> worker_lock(info->mutex);
-  const auto task = std::find_if(
-      info->tasks.begin(), info->tasks.end(),
-      [&retired](const CbInfo& candidate) { return candidate.serial == retired.serial; });
-  if (task == info->tasks.end()) return;
-  removed.splice(removed.end(), info->tasks, task);
-  ids_in_use_[static_cast<size_t>(retired.id)] = false;
+  removed = TakeOut(
+      info->tasks, [serial = retired.serial](const CbInfo& task) { return task.serial == serial; });
+  if (!removed.empty()) ids_in_use_[static_cast<size_t>(retired.id)] = false;
 }
 
 TimerManager::TimerManager() : service_(TimerService::GetInstance()) {}

@@ -1,7 +1,10 @@
 #ifndef HUTIL_UTIL_INTERNAL_UNIQUEFD_H_
 #define HUTIL_UTIL_INTERNAL_UNIQUEFD_H_
 
+#include <fcntl.h>
 #include <unistd.h>
+
+#include "util/internal/IgnoreResult.h"
 
 namespace hvn {
 namespace util {
@@ -21,6 +24,14 @@ class UniqueFd {
  private:
   int fd_;
 };
+
+/// Keeps `fd` from the programs that the daemon executes: one that outlives it would hold its
+/// addresses. Not to be had without a second call where the first one's arguments are the
+/// interface's; below 0 nothing happens.
+inline int CloseOnExec(int fd) {
+  if (fd >= 0) IgnoreResult(fcntl(fd, F_SETFD, FD_CLOEXEC));
+  return fd;
+}
 
 }  // namespace util
 }  // namespace hvn
