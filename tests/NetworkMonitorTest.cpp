@@ -102,7 +102,7 @@ TEST(NetworkMonitor, TellsEachKindOfMessageAndItsLinkAttributes) {
       Decoded(Message(17, AF_INET) + Message(20, 0, "", 0, 99999) + Message(20, 0, "x..", 33)));
   // The kernel's IPv4 addresses have four bytes: the other two are of what follows.
   const std::string ipv4 = Attribute(2, "\1\2\3\4") + Attribute(3, "lan0") + Attribute(0, "text");
-  EXPECT_EQ("259||01:02:03:04:08:00|lan0||4 ", Decoded(Message(20, AF_INET, ipv4)));
+  EXPECT_EQ("259||01:02:03:04:08:00|lan0\b||4 ", Decoded(Message(20, AF_INET, ipv4)));
 }
 
 TEST(NetworkMonitor, ReadsNeitherBrokenMessagesNorBeyondItsBuffer) {

@@ -36,8 +36,9 @@ class ByteView {
     return value;
   }
 
-  /// The text up to its terminator, or to the end where it has none.
-  std::string Text() const { return std::string(data_, strnlen(data_, size_)); }
+  /// The text up to its terminator, which may stand behind these bytes: senders may count it in or
+  /// not. The end of the buffer ends it too.
+  std::string Text() const { return std::string(data_, strnlen(data_, readable_)); }
 
  private:
   const char* data_;
