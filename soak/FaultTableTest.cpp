@@ -101,7 +101,7 @@ TEST(Faults, Sockets) {
       {C::kGetIfAddrs, 1, 0, "getifaddrs errno [%d]\n"},
       {C::kIoctl, 1, kFine, "fd [%d] SIOCGIFINDEX errno [%d]\n"},
       {C::kSetSockOpt, 1, 0, "Cannot bind socket %d to device %s\n"},
-      {C::kListen, 1, 1, "close socket fd [%d] errno [%d]\n"}, {C::kFcntl, 1, kFine},
+      {C::kListen, 1, 1, "close socket fd [%d] errno [%d]\n"}, {C::kFcntl, 5, kFine},
       {C::kFcntl, 1, kFine, mode}, {C::kFcntl, 1, kFine}, {C::kFcntl, 1, kFine, mode},
       {C::kConnect, 1, 1, "con_ret %d errno %d\n"}, {C::kSelect, 1, 1, "con_ret %d sel_ret %d\n"},
       {C::kGetSockOpt, 1, 1, "sock_ret %d so_error %d\n"}, {C::kAccept4, 1, 0},
@@ -133,6 +133,7 @@ TEST(Faults, ServerThatLosesOneClientAtMost) {
     Want(1, unserved < 2);
   }, {{C::kSocket, 1, 0, "%s %d : socket failed, errno[%d]\n"}, {C::kGetSockOpt, 1, kFine},
       {C::kSetSockOpt, 1, kFine}, {C::kSetSockOpt, 1, kFine, "errno [%d]\n"}, {C::kEventFd, 1, 0},
+      {C::kFcntl, 2, kFine},
       {C::kBind, 1, 0, "bind errno [%d] path [%s]\n"}, {C::kWrite, kAlways, kSpared},
       {C::kListen, 1, 0, "close socket fd [%d] errno [%d]\n"}, {C::kInetNtop, kAlways, kFine},
       {C::kSelect, kAlways, kFine, "select error"}, {C::kRead, kAlways, kFine, "", kFine},
@@ -157,6 +158,7 @@ TEST(Faults, DatagramsOfARunner) {
   }, {{C::kSocket, 1, 0, "%s %d : socket failed, errno[%d]\n"},
       {C::kSetSockOpt, 1, kFine, "errno [%d]\n"}, {C::kBind, 1, 0, "bind errno [%d] path [%s]\n"},
       {C::kEventFd, 1, 0}, {C::kWrite, kAlways, kSpared}, {C::kRead, kAlways, kFine, "", kFine},
+      {C::kFcntl, 2, kFine},
       {C::kSelect, kAlways, kFine, "select error"}, {C::kInetNtop, 1, kFine},
       {C::kSendTo, 1, 0, "errno [%d] cannot send data to [%s]\n", kFine},
       {C::kRecvFrom, 1, kFine, "fd [%d] recvfrom errno [%d]\n", 0}});
@@ -180,7 +182,7 @@ TEST(Faults, QueriesAndFiles) {
     Want(2, long(DhcpServer::GetAllLeaseInfo().size()));
     Want(0, PersistentConfig::SaveData("a", "1"));
     Want(1, PersistentConfig::LoadData("a") + PersistentConfig::LoadData("b") == "12");
-  }, {{C::kSocket, 4, 0, "failed to open socket\n"}, {C::kIoctl, 4, 0, "ioctlno [%d] errno [%d]\n"},
+  }, {{C::kSocket, 4, 0, "failed to open socket\n"}, {C::kFcntl, 4, kFine}, {C::kIoctl, 4, 0, "ioctlno [%d] errno [%d]\n"},
       {C::kInetNtop, 1, 0}, {C::kInetNtop, 1, 1}, {C::kGetIfAddrs, 1, 0, "getifaddrs errno [%d]\n"},
       {C::kGetAddrInfo, 1, 1, "getaddrinfo errno %d\n"}, {C::kFopen, 1, kFine}, {C::kOpenDir, 1, -1}, {C::kOpen, 1, -1},
       {C::kRead, 1, -1, "", -1}, {C::kOpen, 1, 0}, {C::kLseek, 2, 0}, {C::kRead, 1, 0, "", 1}, {C::kLseek, 1, 1},

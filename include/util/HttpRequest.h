@@ -56,8 +56,7 @@ class HUTIL_EXPORT HttpRequest {
 
   void* curl_ = nullptr;
   curl_slist* header_list_ = nullptr;
-  std::string body_;
-  std::string sent_body_;  ///< What the handle's post fields refer to between requests.
+  std::string body_;  ///< The handle refers to it from one POST to the next.
   Method method_ = kGet;
 
  public:

@@ -37,8 +37,10 @@ class HUTIL_EXPORT Socket {
 
   /// Buffer sizes in bytes; 0 or less keeps the kernel's default. See SO_SNDBUF in socket(7).
   struct SocketOption {
-    int32_t send_buffer_size = 0;
-    int32_t recv_buffer_size = 0;
+    SocketOption(int32_t send_size = 0, int32_t recv_size = 0)  // NOLINT: {1, 2} in C++11 too
+        : send_buffer_size(send_size), recv_buffer_size(recv_size) {}
+    int32_t send_buffer_size;
+    int32_t recv_buffer_size;
   };
 
   /// The kernel's figures for a TCP connection. See tcp(7).
@@ -152,8 +154,9 @@ class HUTIL_EXPORT Socket {
   hvn::Result OpenDescriptor();
   hvn::Result BindToPath();
   hvn::Result BindFailure();
-  bool BuildLocalAddress(SocketAddress& address, bool& use_device);
-  bool BuildIpAddress(SocketAddress& address, bool& use_device);
+  bool BuildLocalAddress(SocketAddress& address);
+  bool BuildLocalIpAddress(SocketAddress& address);
+  hvn::Result ConnectWithin(const SocketAddress& address, const std::string& dest, int timeout_us);
   bool BuildDestination(const std::string& path, SocketAddress& address);
   void CloseDescriptor();
 

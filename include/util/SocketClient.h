@@ -28,8 +28,11 @@ namespace util {
 class HUTIL_EXPORT SocketClient : public Socket {
  public:
   struct SocketClientOption {
-    SslWrapper* ssl = nullptr;   ///< Not owned, outlives the client; null for clear text.
-    int connect_timeout_us = 0;  ///< Microseconds; 0 or less waits without a limit.
+    SocketClientOption(SslWrapper* wrapper = nullptr, int timeout_us = 0,  // NOLINT: as above
+                       Socket::SocketOption option = Socket::SocketOption())
+        : ssl(wrapper), connect_timeout_us(timeout_us), socket_option(option) {}
+    SslWrapper* ssl;         ///< Not owned, outlives the client; null for clear text.
+    int connect_timeout_us;  ///< Microseconds; 0 or less waits without a limit.
     Socket::SocketOption socket_option;
   };
 

@@ -3,15 +3,12 @@
 
 #include <sys/types.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "util/Export.h"
 #include "util/FdMonitor.h"
@@ -21,6 +18,8 @@
 
 namespace hvn {
 namespace util {
+
+struct Client;
 
 /// A listening socket that serves its clients, or its datagrams, on an event loop of its own.
 ///
@@ -79,40 +78,36 @@ class HUTIL_EXPORT SocketServer : public Socket {
   void FdCallback(int fd, FdType type);
 
  private:
+  using ClientPtr = std::shared_ptr<Client>;
+  using ClientTable = std::map<int, ClientPtr>;
+
   void ReleaseLoop();
-  bool BeginEvent(int fd, std::string& path);
+  FdMonitor::Callback LoopCallback();
+  bool BeginEvent(int fd, ClientPtr& client);
   void EndEvent();
-  void SetEventThread(std::thread::id thread);
-  bool IsInEventOf(int fd) const;
-  bool FindLocked(int fd, std::string& path) const;
-  bool FindClient(int fd, std::string& path);
-  bool BeginSend(int fd);
-  void EndSend(int fd);
-  bool IsSending(int fd) const;
-  ssize_t SendToClient(int fd, const void* data, size_t size);
-  void ReceiveFromClient(int fd, std::string&& path);
-  bool ReadOnce(int fd, std::string&& path, char* buffer);
-  void DropClient(int fd);
-  void RemoveLocked(int fd);
   void AcceptClient();
   bool AdmitClient(int client);
-  bool SetHandshake(int fd);
+  bool BeginHandshake(int fd);
+  void EndHandshake();
+  void ReceiveFromClient(int fd, ClientPtr client);
+  bool ReadOnce(ClientPtr& client);
   void ReceiveOneDatagram();
+  ClientPtr FindClient(int fd);
+  ClientPtr FindLocked(int fd) const;
+  void DropClient(ClientPtr& client);
+  void Forget(int fd, ClientPtr client);
 
+  const pid_t maker_;  ///< The process that has the loop.
   uint32_t recv_buf_size_;
   Mutex mutex_;  ///< Guards what may change after construction.
-  std::map<int, std::string> clients_;
-  std::vector<int> sending_;  ///< Of each SendTo under way, but for an event to its own client.
-  std::vector<int> left_;     ///< Clients that went meanwhile; the last such SendTo closes them.
+  ClientTable clients_;
   DataCallback data_cb_;
   NewClientCallback new_client_cb_;
   SslWrapper* ssl_;
   Condition idle_;         ///< Signalled when the loop has finished an event.
-  int handshake_fd_ = -1;  ///< The client that the loop runs a handshake with, or -1.
+  int waits_for_ = -1;     ///< The descriptor that an accept or handshake may wait for, or -1.
   bool busy_ = false;      ///< The loop is inside an event.
   bool stopping_ = false;  ///< No further event is let in.
-  int event_client_ = -1;  ///< Whose event this is, or was; event_thread_ may read it unlocked.
-  std::atomic<std::thread::id> event_thread_{std::thread::id()};  ///< While that is a client.
   std::unique_ptr<FdMonitor> fd_monitor_;  ///< Last, so that the loop ends before the rest goes.
 };
 

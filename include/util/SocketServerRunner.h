@@ -78,11 +78,18 @@ class HUTIL_EXPORT SocketServerRunner {
   ssize_t SendTo(int fd, std::string path, std::string data);
 
  private:
-  Socket* FindServer(int fd, std::string* path);
+  /// What an event's descriptor is.
+  struct Origin {
+    std::string path;       ///< A client's; empty for a server and for an unnamed client.
+    bool may_wait = false;  ///< Whether there may be nobody to accept.
+  };
+
+  Socket* FindServer(int fd, Origin& origin);
+  static bool HasUnnamedClient(const ServerInfo& info);
   bool Forget(const Socket* server, int fd);
   void CloseClient(const Socket* server, int fd);
   bool RemoveMatching(const Socket* server, int fd);
-  void AcceptClient(Socket* server);
+  void AcceptClient(Socket* server, bool may_wait);
   void ReceiveOneDatagram(Socket* server, int fd);
   void ReceiveFromClient(Socket* server, int fd, const std::string& path);
   FdMonitor::Callback LoopCallback();

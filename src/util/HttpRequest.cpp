@@ -58,9 +58,8 @@ void HttpRequest::SetBody() {
     curl_easy_setopt(curl_, CURLOPT_POST, 0L);
     return;
   }
-  // The handle keeps a pointer to the text, and without one it would read standard input.
-  sent_body_ = body_;
-  curl_easy_setopt(curl_, CURLOPT_POSTFIELDS, sent_body_.c_str());
+  // Without a text, libcurl would read the body from standard input.
+  curl_easy_setopt(curl_, CURLOPT_POSTFIELDS, body_.c_str());
   curl_easy_setopt(curl_, CURLOPT_POST, 1L);
 }
 

@@ -80,14 +80,12 @@ std::string Join(const std::vector<std::string>& lists) {
   return text;
 }
 
-/// A close-notify must not wait for a peer that has stopped reading.
+/// A close-notify must neither wait for a peer that has stopped reading nor raise SIGPIPE for one
+/// that has gone: poll tells more than POLLOUT of such a peer.
 void Shutdown(int fd, SSL* session) {
-  pollfd writable = {fd, POLLOUT, 0};
-  if (poll(&writable, 1, 0) != 1 || (writable.revents & POLLOUT) == 0) {
-    SSL_set_quiet_shutdown(session, 1);
-  }
+  pollfd peer = {fd, POLLOUT, 0};
+  if (poll(&peer, 1, 0) != 1 || peer.revents != POLLOUT) SSL_set_quiet_shutdown(session, 1);
   SSL_shutdown(session);
-  ClearSession(session);
 }
 
 }  // namespace
@@ -98,10 +96,10 @@ std::atomic<int32_t> OpenSslImpl::ref_cnt{0};
 
 OpenSslImpl::OpenSslImpl(bool is_server, SslWrapper::Method method)
     : is_server_(is_server), ssl_method_(method) {
-  constexpr char kFunction[] =
+  static constexpr char kFunction[] =
       "hvn::util::OpenSslImpl::OpenSslImpl(bool, hvn::util::SslWrapper::Method)";
   const ErrorQueueGuard guard;
-  if (ref_cnt.fetch_add(1) == 0) InitOpenSsl();
+  CountIn();
   const SSL_METHOD* const found = FindMethod(ssl_method_, is_server_);
   if (found == nullptr) {
     HUTIL_LOG(LOG_ERR, "%s %d: No suitable wolf method for %d\n", kFunction, __LINE__, method);
@@ -115,15 +113,27 @@ OpenSslImpl::OpenSslImpl(bool is_server, SslWrapper::Method method)
   SSL_CTX_set_default_passwd_cb(ctx_.get(), NoPassword);
 }
 
+/// Under a lock, so that a second object does not go on before the first has initialised OpenSSL.
+void OpenSslImpl::CountIn() {
+  static Mutex mutex;
+  std::lock_guard<Mutex> lock(mutex);
+  if (ref_cnt == 0) InitOpenSsl();
+  ++ref_cnt;
+}
+
 OpenSslImpl::~OpenSslImpl() {
   const ErrorQueueGuard guard;
-  for (const auto& entry : ssl_map_) Shutdown(entry.first, entry.second.get());
-  ssl_map_.clear();
-  ctx_.reset();
+  for (auto& entry : ssl_map_) {
+    SSL* const session = entry.second.get();
+    Shutdown(entry.first, session);
+    SSL_certs_clear(session);
+    SSL_clear(session);
+    entry.second.reset();
+  }
 }
 
 bool OpenSslImpl::SetCipherLists(std::vector<std::string> lists) {
-  constexpr char kFunction[] =
+  static constexpr char kFunction[] =
       "bool hvn::util::OpenSslImpl::SetCipherLists(std::vector<std::basic_string<char> >)";
   if (!ctx_) return false;
   const ErrorQueueGuard guard;
@@ -140,7 +150,7 @@ bool OpenSslImpl::SetCipherLists(std::vector<std::string> lists) {
 }
 
 hvn::Result OpenSslImpl::SetRootCaFile(std::string path, SslWrapper::FileType type) {
-  constexpr char kFunction[] =
+  static constexpr char kFunction[] =
       "hvn::Result hvn::util::OpenSslImpl::SetRootCaFile(std::string, "
       "hvn::util::SslWrapper::FileType)";
   if (!ctx_) return hvn::kNotInitialized;
@@ -175,7 +185,7 @@ hvn::Result OpenSslImpl::SetRootCaBuffer(void* /*data*/, size_t /*size*/) { retu
 hvn::Result OpenSslImpl::SetCertAndKeyFile(std::string cert_path, std::string key_path,
                                            SslWrapper::FileType cert_type,
                                            SslWrapper::FileType key_type) {
-  constexpr char kFunction[] =
+  static constexpr char kFunction[] =
       "hvn::Result hvn::util::OpenSslImpl::SetCertAndKeyFile(std::string, std::string, "
       "hvn::util::SslWrapper::FileType, hvn::util::SslWrapper::FileType)";
   if (!ctx_) return hvn::kNotInitialized;
@@ -202,7 +212,7 @@ int OpenSslImpl::ConvertFileType(SslWrapper::FileType type) {
 // ---- Detection ----
 
 SslWrapper::FileType OpenSslImpl::GetCertType(Buffer& data) {
-  constexpr char kFunction[] =
+  static constexpr char kFunction[] =
       "static hvn::util::SslWrapper::FileType "
       "hvn::util::OpenSslImpl::GetCertType(hvn::util::Buffer&)";
   if (!IsParsable(data)) return SslWrapper::kUnknown;
@@ -221,7 +231,7 @@ SslWrapper::FileType OpenSslImpl::GetCertType(Buffer& data) {
 }
 
 SslWrapper::FileType OpenSslImpl::GetKeyType(Buffer& data) {
-  constexpr char kFunction[] =
+  static constexpr char kFunction[] =
       "static hvn::util::SslWrapper::FileType "
       "hvn::util::OpenSslImpl::GetKeyType(hvn::util::Buffer&)";
   if (!IsParsable(data)) return SslWrapper::kUnknown;
@@ -260,7 +270,7 @@ bool OpenSslImpl::Accept(int fd) {
 }
 
 bool OpenSslImpl::Connect(int fd) {
-  constexpr char kFunction[] = "bool hvn::util::OpenSslImpl::Connect(int)";
+  static constexpr char kFunction[] = "bool hvn::util::OpenSslImpl::Connect(int)";
   if (fd < 0 || !ctx_ || is_server_) return false;
   std::lock_guard<Mutex> lock(mutex_);
   if (ssl_map_.count(fd) > 0) {
@@ -296,7 +306,7 @@ SSL* OpenSslImpl::Find(int fd, const char* function) {
 }
 
 ssize_t OpenSslImpl::Recv(int fd, void* data, size_t size) {
-  constexpr char kFunction[] = "ssize_t hvn::util::OpenSslImpl::Recv(int, void*, size_t)";
+  static constexpr char kFunction[] = "ssize_t hvn::util::OpenSslImpl::Recv(int, void*, size_t)";
   std::lock_guard<Mutex> lock(mutex_);
   SSL* const session = Find(fd, kFunction);
   if (session == nullptr) return -1;
@@ -311,7 +321,8 @@ ssize_t OpenSslImpl::Recv(int fd, void* data, size_t size) {
 }
 
 ssize_t OpenSslImpl::Send(int fd, const void* data, size_t size) {
-  constexpr char kFunction[] = "ssize_t hvn::util::OpenSslImpl::Send(int, const void*, size_t)";
+  static constexpr char kFunction[] =
+      "ssize_t hvn::util::OpenSslImpl::Send(int, const void*, size_t)";
   std::lock_guard<Mutex> lock(mutex_);
   SSL* const session = Find(fd, kFunction);
   if (session == nullptr || !IsTransferable(data, size)) return -1;

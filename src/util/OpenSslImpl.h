@@ -62,10 +62,11 @@ class OpenSslImpl {
   };
   using SessionPtr = std::unique_ptr<SSL, SessionFree>;
 
+  static void CountIn();
   hvn::Result AddDerRootCa(const std::string& path);
   SSL* Find(int fd, const char* function);
 
-  std::unique_ptr<SSL_CTX, ContextFree> ctx_;
+  std::unique_ptr<SSL_CTX, ContextFree> ctx_;  ///< Freed after the connections.
   bool is_server_;
   SslWrapper::Method ssl_method_;
   std::map<int, SessionPtr> ssl_map_;

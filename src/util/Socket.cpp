@@ -1,9 +1,6 @@
 #include "util/Socket.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,7 +8,9 @@
 #include <cstdlib>
 #include <utility>
 
+#include "util/internal/Datagram.h"
 #include "util/internal/Log.h"
+#include "util/internal/NetlinkGroups.h"
 #include "util/internal/Select.h"
 #include "util/internal/SocketAddress.h"
 #include "util/internal/SocketConnect.h"
@@ -19,19 +18,16 @@
 #include "util/internal/SocketPath.h"
 #include "util/internal/SocketSend.h"
 #include "util/internal/TcpStatistics.h"
+#include "util/internal/UniqueFd.h"
 
 namespace hvn {
 namespace util {
 
 namespace {
 
-[[maybe_unused]] const std::string kTag = "util::Socket";
+[[maybe_unused]] const std::string kTag = "util::Socket";  // for a debugger
 
 constexpr char kInit[] = "hvn::Result hvn::util::Socket::Init()";
-
-// Every route multicast group from link to IPv6 interface information, except neighbours.
-constexpr uint32_t kNetlinkGroups = 0xFFB;
-constexpr uint32_t kNetlinkPortBase = 0xF0000000;
 constexpr int kPeekFlag = 1;
 
 int FamilyOf(Socket::Domain domain) {
@@ -119,19 +115,16 @@ hvn::Result Socket::OpenDescriptor() {
     HUTIL_LOG(LOG_ERR, "%s %d : socket failed, errno[%d]\n", "Init", __LINE__, errno);
     return hvn::kFailure;
   }
-  TuneSocket(fd, option_, protocol_ == kTcp);
-  if (owns_fd_ && fd_ >= 0) close(fd_);  // set up anew: the earlier descriptor would leak
+  TuneSocket(CloseOnExec(fd), option_, protocol_ == kTcp);
   fd_ = fd;
-  is_connected_ = false;
   return hvn::kSuccess;
 }
 
 hvn::Result Socket::BindToPath() {
   SocketAddress address;
-  bool use_device = false;
-  if (!BuildLocalAddress(address, use_device)) return hvn::kFailure;
+  if (!BuildLocalAddress(address)) return hvn::kFailure;
   SetReuseAddress();
-  if (use_device) return BindToDevice(path_) ? hvn::kSuccess : hvn::kFailure;
+  if (!address.is_set()) return BindToDevice(path_) ? hvn::kSuccess : hvn::kFailure;
   return bind(fd_, address.get(), address.length()) == 0 ? hvn::kSuccess : BindFailure();
 }
 
@@ -140,10 +133,11 @@ hvn::Result Socket::BindFailure() {
   return hvn::kFailure;
 }
 
-bool Socket::BuildLocalAddress(SocketAddress& address, bool& use_device) {
+/// Leaves `address` unset for a path that names an interface.
+bool Socket::BuildLocalAddress(SocketAddress& address) {
   switch (domain_) {
     case kUnix:
-      if (!address.SetUnix(path_)) {
+      if (!address.Set(kUnix, path_, 0)) {
         BindFailure();
         return false;
       }
@@ -151,7 +145,7 @@ bool Socket::BuildLocalAddress(SocketAddress& address, bool& use_device) {
       return true;
     case kIpv4:
     case kIpv6:
-      return BuildIpAddress(address, use_device);
+      return BuildLocalIpAddress(address);
     case kNetlink:
       address.SetNetlink(static_cast<uint32_t>(getpid()) + kNetlinkPortBase +
                              static_cast<uint32_t>(nl_pid_index++),
@@ -162,22 +156,20 @@ bool Socket::BuildLocalAddress(SocketAddress& address, bool& use_device) {
   return false;
 }
 
-bool Socket::BuildIpAddress(SocketAddress& address, bool& use_device) {
+bool Socket::BuildLocalIpAddress(SocketAddress& address) {
   HUTIL_LOG(LOG_DEBUG, "%s %d: path_ %s\n", kInit, __LINE__, path_.c_str());
   std::string ip;
   int port = 0;
-  if (GetIpAndPortByPath(path_, ip, port) != hvn::kSuccess) {
-    use_device = StartsWithLetter(path_);
-    return use_device;
-  }
+  if (GetIpAndPortByPath(path_, ip, port) != hvn::kSuccess) return StartsWithLetter(path_);
   if (domain_ == kIpv4) {
-    address.SetIpv4(ip.empty() ? "0.0.0.0" : ip, 0);  // the port of an IPv4 path is never bound
+    address.Set(kIpv4, ip.empty() ? "0.0.0.0" : ip, 0);  // the port of an IPv4 path is never bound
+    // No group is joined here, so its field stays empty.
     HUTIL_LOG(LOG_DEBUG, "%s %d: multicast_ip [%s] ip [%s] port [%d] s_addr 0x%x\n", kInit,
               __LINE__, "", ip.c_str(), port, address.ipv4_word());
     return true;
   }
   HUTIL_LOG(LOG_DEBUG, "%s %d: ip %s port %d\n", kInit, __LINE__, ip.c_str(), port);
-  if (address.SetIpv6(ip.empty() ? "::" : ip, port)) return true;
+  if (address.Set(kIpv6, ip.empty() ? "::" : ip, port)) return true;
   HUTIL_LOG(LOG_ERR, "%s %d: inet_pton error %s\n", kInit, __LINE__, ip.c_str());
   return false;
 }
@@ -204,33 +196,14 @@ hvn::Result Socket::Listen(int backlog) {
 }
 
 hvn::Result Socket::SetNonBlock(bool on) {
-  if (fd_ < 0) return hvn::kFailure;
-  int flags = fcntl(fd_, F_GETFL);
-  if (flags < 0) return hvn::kFailure;
-  flags = on ? flags | O_NONBLOCK : flags & ~O_NONBLOCK;
-  if (fcntl(fd_, F_SETFL, flags) >= 0) return hvn::kSuccess;
-  HUTIL_LOG(LOG_WARNING, "%s %d : fcntl [%d] F_SETFL flags [%d] cannot be executed\n",
-            "SetNonBlock", __LINE__, fd_, flags);
-  return hvn::kFailure;
+  return fd_ < 0 ? hvn::kFailure : SetNonBlockOf(fd_, on);
 }
 
 hvn::Result Socket::SetTCPNoDelay(bool on) {
-  if (fd_ < 0 || protocol_ != kTcp) return hvn::kFailure;
-  const int value = on ? 1 : 0;
-  if (setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &value, sizeof(value)) == 0) return hvn::kSuccess;
-  HUTIL_LOG(LOG_ERR, "%s %d: setsockopt TCP_NODELAY errno [%d]\n",
-            "hvn::Result hvn::util::Socket::SetTCPNoDelay(bool)", __LINE__, errno);
-  return hvn::kFailure;
+  return fd_ < 0 || protocol_ != kTcp ? hvn::kFailure : SetNoDelayOf(fd_, on);
 }
 
-hvn::Result Socket::SetReuseAddress() {
-  if (fd_ < 0) return hvn::kFailure;
-  const int value = 1;
-  if (setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &value, sizeof(value)) == 0) return hvn::kSuccess;
-  HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", "hvn::Result hvn::util::Socket::SetReuseAddress()",
-            __LINE__, errno);
-  return hvn::kFailure;
-}
+hvn::Result Socket::SetReuseAddress() { return fd_ < 0 ? hvn::kFailure : SetReuseAddressOf(fd_); }
 
 bool Socket::BindToDevice(std::string ifname) { return BindSocketToDevice(fd_, ifname); }
 
@@ -238,22 +211,26 @@ bool Socket::BindToDevice(std::string ifname) { return BindSocketToDevice(fd_, i
 
 hvn::Result Socket::Connect(std::string dest, int timeout_us) {
   if (fd_ < 0) return hvn::kFailure;
-  std::string ip;
+  std::string host = dest;
   int port = 0;
-  if (IsIp(domain_) && GetIpAndPortByPath(dest, ip, port) != hvn::kSuccess) return hvn::kFailure;
-  if (IsMulticast(ip)) {
-    JoinMulticast(fd_, ip);
-    return hvn::kSuccess;
+  if (IsIp(domain_)) {
+    if (GetIpAndPortByPath(dest, host, port) != hvn::kSuccess) return hvn::kFailure;
+    if (IsMulticast(host)) {
+      JoinMulticast(fd_, host);
+      return hvn::kSuccess;
+    }
   }
   SocketAddress address;
-  if (domain_ == kUnix) address.SetUnix(dest);
-  if (domain_ == kIpv4) address.SetIpv4(ip, port);
-  if (domain_ == kIpv6 && !address.SetIpv6(ip, port)) {
-    HUTIL_LOG(LOG_ERR, "%s %d: inet_pton error %s\n", kConnect, __LINE__, ip.c_str());
+  if (!address.Set(domain_, host, port) && domain_ == kIpv6) {
+    HUTIL_LOG(LOG_ERR, "%s %d: inet_pton error %s\n", kConnect, __LINE__, host.c_str());
     return hvn::kInvalidArgument;
   }
   HUTIL_LOG(LOG_DEBUG, "%s %d: dest [%s]\n", kConnect, __LINE__, dest.c_str());
-  if (domain_ == kNetlink) return hvn::kFailure;
+  return domain_ == kNetlink ? hvn::kFailure : ConnectWithin(address, dest, timeout_us);
+}
+
+hvn::Result Socket::ConnectWithin(const SocketAddress& address, const std::string& dest,
+                                  int timeout_us) {
   if (timeout_us > 0 && !FitsSelect(fd_)) {
     HUTIL_LOG(LOG_ERR, "%s %d: select cannot wait for fd [%d]\n", kConnect, __LINE__, fd_);
     return hvn::kFailure;
@@ -268,6 +245,7 @@ hvn::Result Socket::Connect(std::string dest, int timeout_us) {
     ret = AwaitConnection(fd_, timeout_us, ret);
     SetNonBlock(false);
   }
+  // The 0 stands where a count of select's would: the wait has logged more than that.
   HUTIL_LOG(LOG_DEBUG, "%s %d: con_ret %d sel_ret %d\n", kConnect, __LINE__, ret, 0);
   if (ret < 0) return hvn::kFailure;
   HUTIL_LOG(LOG_DEBUG, "%s %d: [%s] success to connect [%s] fd %d\n", kConnect, __LINE__,
@@ -286,12 +264,11 @@ ssize_t Socket::SendTo(std::string path, const void* data, size_t size) {
 }
 
 bool Socket::BuildDestination(const std::string& path, SocketAddress& address) {
-  std::string ip;
+  std::string host = path;
   int port = 0;
-  if (IsIp(domain_) && GetIpAndPortByPath(path, ip, port) != hvn::kSuccess) return false;
-  if (domain_ == kIpv4) address.SetIpv4(ip, port);
-  if (domain_ == kIpv6) return address.SetIpv6("::", port);  // the path's address is not used
-  if (domain_ != kUnix || address.SetUnix(path)) return true;
+  if (IsIp(domain_) && GetIpAndPortByPath(path, host, port) != hvn::kSuccess) return false;
+  if (domain_ == kIpv6) host = "::";  // the path's address is not used
+  if (address.Set(domain_, host, port)) return true;
   HUTIL_LOG(LOG_ERR, "%s %d: errno [%d] cannot send data to [%s]\n",
             "ssize_t hvn::util::Socket::SendTo(std::string, const void*, size_t)", __LINE__, errno,
             path.c_str());
@@ -319,7 +296,7 @@ ssize_t Socket::Send(void* data, size_t size) { return Send(static_cast<const vo
 ssize_t Socket::Send(std::string data) { return Send(data.data(), data.size()); }
 
 ssize_t Socket::Recv(void* buf, size_t size, int flags) {
-  constexpr char kFunction[] = "ssize_t hvn::util::Socket::Recv(void*, size_t, int)";
+  static constexpr char kFunction[] = "ssize_t hvn::util::Socket::Recv(void*, size_t, int)";
   if (fd_ < 0) {
     HUTIL_LOG(LOG_ERR, "%s %d: Invalid fd_ %d\n", kFunction, __LINE__, fd_);
     return -1;
@@ -336,7 +313,7 @@ ssize_t Socket::Recv(void* buf, size_t size, int flags) {
 }
 
 ssize_t Socket::RecvTimedWait(void* buf, size_t size, uint64_t timeout_us, int flags) {
-  constexpr char kFunction[] =
+  static constexpr char kFunction[] =
       "ssize_t hvn::util::Socket::RecvTimedWait(void*, size_t, uint64_t, int)";
   if (fd_ < 0) return -1;
   if (!FitsSelect(fd_)) {
@@ -379,7 +356,8 @@ int Socket::Accept(std::string& path) {
 }
 
 bool Socket::GetTcpInfo(TcpInfo& /*info*/) {
-  constexpr char kFunction[] = "bool hvn::util::Socket::GetTcpInfo(hvn::util::Socket::TcpInfo&)";
+  static constexpr char kFunction[] =
+      "bool hvn::util::Socket::GetTcpInfo(hvn::util::Socket::TcpInfo&)";
   if (fd_ < 0) {
     HUTIL_LOG(LOG_ERR, "%s %d: Socket is not inialized", kFunction, __LINE__);
     return false;

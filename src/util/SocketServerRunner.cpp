@@ -8,10 +8,11 @@
 #include <mutex>
 #include <utility>
 
+#include "util/internal/Accept.h"
+#include "util/internal/Datagram.h"
+#include "util/internal/HeapBuffer.h"
 #include "util/internal/Log.h"
-#include "util/internal/ReceiveBuffer.h"
 #include "util/internal/Select.h"
-#include "util/internal/SocketAddress.h"
 
 namespace hvn {
 namespace util {
@@ -21,7 +22,7 @@ namespace {
 constexpr char kFdCallback[] =
     "void hvn::util::SocketServerRunner::FdCallback(int, hvn::util::FdType)";
 constexpr uint32_t kRecvBufSize = 32768;
-constexpr int kAcceptWaitMs = 100;
+constexpr int kAcceptWaitMs = 1;
 
 }  // namespace
 
@@ -90,54 +91,64 @@ bool SocketServerRunner::Forget(const Socket* server, int fd) {
   });
 }
 
+/// What `fd` is decides less than its path: a client without one is handled as its server.
 void SocketServerRunner::FdCallback(int fd, FdType /*type*/) {
-  std::string path;
-  Socket* const server = FindServer(fd, &path);
+  Origin origin;
+  Socket* const server = FindServer(fd, origin);
   if (server == nullptr) {
     HUTIL_LOG(LOG_ERR,
               "%s %d: This is very weird situation close this fd and remove this fd from monitor",
               kFdCallback, __LINE__);
     RemoveServer(fd);
     close(fd);
-  } else if (!path.empty()) {
-    ReceiveFromClient(server, fd, path);
+  } else if (!origin.path.empty()) {
+    ReceiveFromClient(server, fd, origin.path);
   } else if (server->protocol() == Socket::kTcp) {
-    // An unnamed client's event comes here too, and may find nobody to accept: the wait is short.
-    if (WaitUntilReadable(server->fd(), kAcceptWaitMs)) AcceptClient(server);
+    AcceptClient(server, origin.may_wait);
   } else if (server->protocol() == Socket::kUdp) {
     ReceiveOneDatagram(server, fd);
   }
 }
 
 /// The server that `fd` is, or that it is a client of, in which case its path is given too.
-Socket* SocketServerRunner::FindServer(int fd, std::string* path) {
+Socket* SocketServerRunner::FindServer(int fd, Origin& origin) {
   std::lock_guard<Mutex> lock(mutex_);
   for (const ServerInfo& info : servers_) {
-    if (info.fd == fd) return info.server;
     const auto client = info.clients.find(fd);
-    if (client == info.clients.end()) continue;
-    *path = client->second;
+    if (info.fd != fd && client == info.clients.end()) continue;
+    if (info.fd != fd) origin.path = client->second;
+    origin.may_wait = info.fd != fd || HasUnnamedClient(info);
     return info.server;
   }
   return nullptr;
 }
 
-void SocketServerRunner::AcceptClient(Socket* server) {
+bool SocketServerRunner::HasUnnamedClient(const ServerInfo& info) {
+  return std::any_of(info.clients.begin(), info.clients.end(),
+                     [](const auto& client) { return client.second.empty(); });
+}
+
+/// An unnamed client's event comes here too, and finds nobody to accept, or takes the one whom the
+/// server's own event of the same pass is about: an accept that may wait does so for a moment only,
+/// and counts as failed then.
+void SocketServerRunner::AcceptClient(Socket* server, bool may_wait) {
   std::string path;
-  const int client = server->Accept(path);
+  const bool comes = !may_wait || WaitUntilReadable(server->fd(), kAcceptWaitMs);
+  const int client = comes ? server->Accept(path) : -1;
+  const int error = comes ? errno : 0;
   HUTIL_LOG(LOG_DEBUG, "%s %d: server [%d:%s] accept client [%d:%s\n", kFdCallback, __LINE__,
             server->fd(), server->path().c_str(), client, path.c_str());
+  if (client < 0) PauseIfExhausted(error);
   if (client <= 0) return;
   if (FitsSelect(client)) {
     AddFd(server, client, std::move(path));
-    return;
+  } else {
+    TurnAway(client);
   }
-  shutdown(client, SHUT_RDWR);
-  close(client);
 }
 
 void SocketServerRunner::ReceiveOneDatagram(Socket* server, int fd) {
-  const ReceiveBuffer buffer = MakeReceiveBuffer(recv_buf_size_);
+  const HeapBuffer buffer = MakeZeroedBuffer(recv_buf_size_);
   if (!buffer) return;
   std::string path;
   const ssize_t n = ReceiveDatagram(fd, server->domain(), buffer.get(), recv_buf_size_, path);
@@ -149,7 +160,7 @@ void SocketServerRunner::ReceiveOneDatagram(Socket* server, int fd) {
 }
 
 void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::string& path) {
-  const ReceiveBuffer buffer = MakeReceiveBuffer(recv_buf_size_);
+  const HeapBuffer buffer = MakeZeroedBuffer(recv_buf_size_);
   if (!buffer) return;
   const ssize_t n = recv(fd, buffer.get(), recv_buf_size_, 0);
   if (n < 1) {
@@ -157,7 +168,6 @@ void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::st
     if (n == 0) CloseClient(server, fd);
     return;
   }
-  ZeroRest(buffer.get(), n, recv_buf_size_);
   if (data_cb_) data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
 }
 

@@ -13,7 +13,7 @@ off_t FileSize(int fd) {
   return size;
 }
 
-FileText::FileText(int fd, size_t size) : buffer_(MakeReceiveBuffer(size)) {
+FileText::FileText(int fd, size_t size) : buffer_(MakeRawBuffer(size)) {
   if (!buffer_) return;
   const ssize_t n = read(fd, buffer_.get(), size);
   if (n > 0) view_ = {buffer_.get(), strnlen(buffer_.get(), static_cast<size_t>(n))};

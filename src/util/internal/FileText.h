@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "util/internal/ReceiveBuffer.h"
+#include "util/internal/HeapBuffer.h"
 
 namespace hvn {
 namespace util {
@@ -21,7 +21,7 @@ class FileText {
   std::string_view view() const { return view_; }
 
  private:
-  ReceiveBuffer buffer_;
+  HeapBuffer buffer_;
   std::string_view view_;
 };
 

@@ -37,14 +37,6 @@ void InitOpenSsl() {
   MakeThreadSafe();
 }
 
-// From 3.0 on SSL_clear forgets the cipher that a handshake chose without releasing it.
-void ClearSession(SSL* session) {
-  SSL_certs_clear(session);
-#if OPENSSL_VERSION_NUMBER < 0x30000000L
-  SSL_clear(session);
-#endif
-}
-
 const SSL_METHOD* FindMethod(SslWrapper::Method method, bool is_server) {
   switch (method) {
     case SslWrapper::kTlsV1_1:

@@ -14,9 +14,6 @@ namespace util {
 /// OpenSSL's global set-up; needed once per process.
 void InitOpenSsl();
 
-/// Drops the certificates and the state of a connection that is freed next.
-void ClearSession(SSL* session);
-
 /// The method of one protocol version and role; null for a version that is refused.
 const SSL_METHOD* FindMethod(SslWrapper::Method method, bool is_server);
 

@@ -5,11 +5,19 @@
 #include <cerrno>
 #include <cstring>
 
-#include "util/internal/ReceiveBuffer.h"
+#include "util/internal/Ipv4.h"
 
 namespace hvn {
 namespace util {
 
+bool SocketAddress::Set(Socket::Domain domain, const std::string& host, int port) {
+  if (domain == Socket::kUnix) return SetUnix(host);
+  if (domain == Socket::kIpv6) return SetIpv6(host, port);
+  if (domain == Socket::kIpv4) SetIpv4(host, port);
+  return true;
+}
+
+/// The length covers all of sun_path, so an abstract name is padded with NULs on both sides alike.
 bool SocketAddress::SetUnix(const std::string& path) {
   if (path.size() > sizeof(address_.local.sun_path)) {
     errno = ENAMETOOLONG;
@@ -59,27 +67,14 @@ std::string SocketAddress::UnixText() const {
 }
 
 std::string SocketAddress::Ipv4Text() const {
-  char text[INET_ADDRSTRLEN] = {};
-  inet_ntop(AF_INET, &address_.ipv4.sin_addr, text, sizeof(text));
-  return text + (":" + std::to_string(ntohs(address_.ipv4.sin_port)));
+  return util::Ipv4Text(address_.ipv4.sin_addr) + ":" +
+         std::to_string(ntohs(address_.ipv4.sin_port));
 }
 
 std::string SocketAddress::Ipv6Text() const {
   char text[INET6_ADDRSTRLEN] = {};
   if (inet_ntop(AF_INET6, &address_.ipv6.sin6_addr, text, sizeof(text)) == nullptr) return {};
   return text + (";" + std::to_string(ntohs(address_.ipv6.sin6_port)));
-}
-
-ssize_t ReceiveDatagram(int fd, Socket::Domain domain, char* buffer, size_t size,
-                        std::string& path) {
-  SocketAddress sender;
-  if (domain == Socket::kUnix || domain == Socket::kIpv4) sender.Expect(domain);
-  const ssize_t n = recvfrom(fd, buffer, size, 0, sender.data(), sender.mutable_length());
-  if (n < 1) return n;
-  ZeroRest(buffer, n, size);
-  if (domain == Socket::kUnix) path = sender.UnixText();
-  if (domain == Socket::kIpv4) path = sender.Ipv4Text();
-  return n;
 }
 
 }  // namespace util

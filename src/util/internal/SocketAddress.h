@@ -4,10 +4,8 @@
 #include <linux/netlink.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/types.h>
 #include <sys/un.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -20,13 +18,11 @@ namespace util {
 /// 0; while nothing is set it is the null address of length 0.
 class SocketAddress {
  public:
-  /// The whole of `path`, at most what sun_path holds; else false with errno ENAMETOOLONG. The
-  /// length covers all of sun_path, so an abstract name is padded with NULs on both sides alike.
-  bool SetUnix(const std::string& path);
-  /// A text that is no literal, the empty one included, becomes 255.255.255.255.
-  void SetIpv4(const std::string& ip, int port);
-  /// False where `ip` is no IPv6 literal.
-  bool SetIpv6(const std::string& ip, int port);
+  /// The address of `domain` that is `host`, which is a file's or abstract name for kUnix, and
+  /// `port`. kNetlink has none to set. An IPv4 text that is no literal, the empty one included,
+  /// becomes 255.255.255.255. False, with nothing set, for an IPv6 text that is no literal and for
+  /// a name that sun_path cannot hold (errno is ENAMETOOLONG then).
+  bool Set(Socket::Domain domain, const std::string& host, int port);
   void SetNetlink(uint32_t port_id, uint32_t groups);
 
   bool is_set() const { return length_ > 0; }
@@ -49,6 +45,10 @@ class SocketAddress {
   std::string Ipv6Text() const;
 
  private:
+  bool SetUnix(const std::string& path);
+  void SetIpv4(const std::string& ip, int port);
+  bool SetIpv6(const std::string& ip, int port);
+
   union {
     sockaddr_un local;  // the largest comes first, so that all of the union is zeroed
     sockaddr any;
@@ -58,11 +58,6 @@ class SocketAddress {
   } address_ = {};
   socklen_t length_ = 0;
 };
-
-/// One datagram from `fd` into `buffer`, zeros behind it, with the sender's text in `path` where
-/// `domain` has one (IPv4 and Unix). recvfrom's result.
-ssize_t ReceiveDatagram(int fd, Socket::Domain domain, char* buffer, size_t size,
-                        std::string& path);
 
 }  // namespace util
 }  // namespace hvn

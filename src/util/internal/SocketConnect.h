@@ -1,8 +1,6 @@
 #ifndef HUTIL_UTIL_INTERNAL_SOCKETCONNECT_H_
 #define HUTIL_UTIL_INTERNAL_SOCKETCONNECT_H_
 
-#include <string>
-
 #include "util/internal/SocketAddress.h"
 
 namespace hvn {
@@ -16,9 +14,6 @@ int ConnectTo(int fd, const SocketAddress& address);
 
 /// Waits for the outcome of a connect that returned `result`, and returns the outcome.
 int AwaitConnection(int fd, int timeout_us, int result);
-
-/// A failure shows in the log only.
-void JoinMulticast(int fd, const std::string& ip);
 
 }  // namespace util
 }  // namespace hvn

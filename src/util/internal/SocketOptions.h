@@ -3,17 +3,37 @@
 
 #include <string>
 
+#include "util/Result.h"
 #include "util/Socket.h"
+
+struct tcp_info;
 
 namespace hvn {
 namespace util {
 
-/// Sets the buffer sizes and, for TCP, has closing reset the connection; logs for Socket::Init what
-/// the kernel made of it.
+/// Every option of a descriptor that the library sets or reads. What is logged is logged for the
+/// operation of Socket that asks. See socket(7), ip(7) and tcp(7).
+
+/// Sets the buffer sizes and, for TCP, has closing reset the connection; logs what the kernel made
+/// of it.
 void TuneSocket(int fd, const Socket::SocketOption& option, bool is_tcp);
 
-/// Binds `fd` to a network interface; logs for Socket::BindToDevice.
+hvn::Result SetReuseAddressOf(int fd);
+hvn::Result SetNoDelayOf(int fd, bool on);
+/// O_NONBLOCK, which is no socket option, but is set where those are.
+hvn::Result SetNonBlockOf(int fd, bool on);
+
+/// Binds `fd` to a network interface.
 bool BindSocketToDevice(int fd, const std::string& ifname);
+
+/// A failure shows in the log only.
+void JoinMulticast(int fd, const std::string& ip);
+
+/// The pending error of a connect, which this clears; 0 for none, -1 where it cannot be read.
+int TakeConnectError(int fd);
+
+/// The kernel's figures for a TCP connection; false where it has none.
+bool ReadTcpInfo(int fd, tcp_info& info);
 
 }  // namespace util
 }  // namespace hvn

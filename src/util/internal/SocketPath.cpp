@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "util/Misc.h"
-#include "util/NetworkManager.h"
+#include "util/internal/Ipv4.h"
 #include "util/internal/Log.h"
 
 namespace hvn {
@@ -15,8 +15,7 @@ namespace {
 
 /// A kIpv6 path may name an IPv4 address too; what becomes of it is its user's business.
 bool IsAddressFor(Socket::Domain domain, const std::string& text) {
-  return (domain == Socket::kIpv6 && NetworkManager::IsValidAddress(text, true)) ||
-         NetworkManager::IsValidAddress(text, false);
+  return (domain == Socket::kIpv6 && IsValidAddress(text, true)) || IsValidAddress(text, false);
 }
 
 bool IsAllDigits(const std::string& text) {
@@ -28,13 +27,14 @@ bool IsAllDigits(const std::string& text) {
 
 hvn::Result ParseSocketPath(Socket::Domain domain, const std::string& path, std::string& ip,
                             int& port) {
-  constexpr char kFunction[] =
+  static constexpr char kFunction[] =
       "hvn::Result hvn::util::Socket::GetIpAndPortByPath(std::string, std::string&, int&)";
   if (!IsIp(domain) || path.empty()) return hvn::kFailure;
   ip.clear();
   port = 0;
   const size_t separator = path.find(';');
   if (separator == std::string::npos && IsAddressFor(domain, path)) {
+    // Before the text is taken over: this line shows an empty one.
     HUTIL_LOG(LOG_DEBUG, "%s %d: IP address only %s\n", kFunction, __LINE__, ip.c_str());
     ip = path;
     return hvn::kSuccess;

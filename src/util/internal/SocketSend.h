@@ -5,19 +5,15 @@
 
 #include <cstddef>
 
-#include "util/internal/SocketAddress.h"
-
 namespace hvn {
 namespace util {
 
-/// The sends of Socket with their rules for trying again; both log for Socket::SendTo.
-
-/// A descriptor's: ten more tries at the most, 100 ms apart.
+/// Sends all of `size` bytes on `fd` with ten more tries at the most, 100 ms apart; logs for
+/// Socket::SendTo.
 ssize_t SendAll(int fd, const void* data, size_t size);
 
-/// To an address, which is `path` in the log: tries again at once and without a limit.
-ssize_t SendDatagram(int fd, const SocketAddress& address, const char* path, const void* data,
-                     size_t size);
+/// Whether a send that failed with `error` is tried again.
+bool WorthRetrying(int error);
 
 }  // namespace util
 }  // namespace hvn

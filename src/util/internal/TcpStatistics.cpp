@@ -1,19 +1,16 @@
 #include "util/internal/TcpStatistics.h"
 
-#include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/socket.h>
 
 #include "util/internal/Log.h"
+#include "util/internal/SocketOptions.h"
 
 namespace hvn {
 namespace util {
 
 bool LogTcpStatistics(int fd, const char* function) {
   tcp_info k = {};
-  static_assert(sizeof(k) == 104, "the record that the kernel is asked for");
-  socklen_t length = sizeof(k);
-  if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &k, &length) != 0) {
+  if (!ReadTcpInfo(fd, k)) {
     HUTIL_LOG(LOG_ERR, "%s %d: Cannot get getsockopt(TCP_INFO)\n", function, __LINE__);
     return false;
   }
