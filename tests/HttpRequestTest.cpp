@@ -55,8 +55,8 @@ TEST(HttpRequest, SendsWhatIsSetTrustsAnyRootAndCollectsTheAnswer) {
   }
   site.Fetch(request, HttpRequest::Method(7), "no body");
   SslWrapper ssl(true, SslWrapper::kTlsV1_2);
-  ssl.SetCertAndKeyFile(CertPath("server.pem"), CertPath("server-key.pem"), SslWrapper::kPem,
-                        SslWrapper::kPem);
+  EXPECT_EQ(hvn::kSuccess, ssl.SetCertAndKeyFile(CertPath("server.pem"), CertPath("server-key.pem"),
+                                                 SslWrapper::kPem, SslWrapper::kPem));
   Site safe{&ssl};
   safe.Fetch(request, HttpRequest::kGet, "");
   unsigned char old = 'x';

@@ -31,7 +31,8 @@ struct Link {
     for (const int fd : fds) close(fd);
   }
   bool Handshake(const std::string& cert = "server.pem") {
-    server->SetCertAndKeyFile(CertPath(cert), CertPath("server-key.pem"), kPem, kPem);
+    const std::string key = CertPath("server-key.pem");
+    static_cast<void>(server->SetCertAndKeyFile(CertPath(cert), key, kPem, kPem));
     auto accepted = std::async(std::launch::async, [&] { return server->Accept(fds[0]); });
     const bool connected = client->Connect(fds[1]);
     return accepted.get() && connected;

@@ -66,7 +66,10 @@ TEST(SocketServerRunner, ServesStreamClientsUntilTheyOrTheirServerGo) {
   EXPECT_SAID(LOG_ERR, kFdCallback,
               "This is very weird situation close this fd and remove this fd from monitor");
   EXPECT_EQ(3, CountLogged("%d %s %.*s"));
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
   EXPECT_EQ(-3, runner->Send(1, nullptr, 1) + runner->Send(1, "x") + runner->SendTo(1, "x", "x"));
+#pragma GCC diagnostic pop
 }
 
 TEST(SocketServerRunner, ServesUnixClientsAndDatagrams) {

@@ -16,6 +16,7 @@ namespace hvn {
 namespace util {
 
 class SocketAddress;
+struct Sender;
 
 /// A descriptor and the text, its path, that says where it lives.
 ///
@@ -140,7 +141,18 @@ class HUTIL_EXPORT Socket {
   Domain domain() const { return domain_; }
   bool is_connected() const { return is_connected_; }
 
+  /// Ends each later Send and SendTo after `timeout_ms` milliseconds at the most, however slowly
+  /// the peer goes on: as a failure of errno ETIMEDOUT, logged at 3. Such a send repeats no byte,
+  /// raises no SIGPIPE and gives a peer that has gone up at once. 0, as at the start, takes the
+  /// limit away. kFailure, silently, without a descriptor and below 0. Any thread.
+  hvn::Result SetSendLimit(int timeout_ms);
+
  protected:
+  friend class SocketServerRunner;  // which answers through the daemon's sockets
+
+  /// Sends a datagram to whom one has come from, as SendTo does.
+  ssize_t ReplyTo(const Sender& sender, const void* data, size_t size);
+
   bool is_connected_ = false;
   std::string path_;
   Domain domain_;
@@ -161,6 +173,8 @@ class HUTIL_EXPORT Socket {
   void CloseDescriptor();
 
   static std::atomic<int> nl_pid_index;
+
+  std::atomic<int> send_limit_ms_{0};
 };
 
 }  // namespace util

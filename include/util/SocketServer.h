@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -20,6 +19,9 @@ namespace hvn {
 namespace util {
 
 struct Client;
+class ClientTable;
+class EventGate;
+class ServerGuard;
 
 /// A listening socket that serves its clients, or its datagrams, on an event loop of its own.
 ///
@@ -42,11 +44,30 @@ class HUTIL_EXPORT SocketServer : public Socket {
   /// Gets the server's descriptor, the new client's and its path.
   using NewClientCallback = std::function<void(int, int, std::string)>;
 
+  /// What a server does beyond serving; by default nothing.
+  struct SocketServerOption {
+    Socket::SocketOption socket_option;  ///< Of the listening socket; clients inherit the sizes.
+    int backlog = 5;  ///< Connections that may wait to be accepted; see listen(2).
+    /// Milliseconds above 0: the loop waits for no peer, and a client that keeps it waiting longer
+    /// than that is taken out.
+    int peer_timeout_ms = 0;
+    /// Closing a client sends what is still to be sent. False: it resets the connection.
+    bool linger = false;
+    /// Called on the loop's thread as (server, client, path) for each client that has left.
+    std::function<void(int, int, std::string)> client_gone_cb;
+  };
+
   /// Binds `path`, listens and serves at once; a wrapper, not owned, outlives the server. With an
   /// empty `cb`, where the socket could not be made (fd() is -1) and on descriptor 0, nothing is
   /// ever served. The loop logs each accept at 7 and failures at 3. Owner.
   SocketServer(std::string path, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
                SslWrapper* ssl);
+  SocketServer(std::string path, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
+               SslWrapper* ssl, SocketServerOption option);
+  SocketServer(int fd, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
+               SslWrapper* ssl);
+  SocketServer(int fd, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
+               SslWrapper* ssl, SocketServerOption option);
   /// Ends the loop. Clients still connected are neither closed nor told, but for this: an event
   /// that lasts longer than a second (a silent peer's handshake, a full send) has the connections
   /// of all clients shut down. One that another thread took out during its own event is not among
@@ -66,6 +87,9 @@ class HUTIL_EXPORT SocketServer : public Socket {
   /// Socket::SendTo: a datagram to the address `path`. Any thread.
   ssize_t SendTo(std::string path, std::string data);
 
+  ssize_t Reply(const void* data, size_t size);
+  bool Close(int client);
+
   /// Enters a client; one already known keeps its path, one without a TLS connection is dropped at
   /// its first data where the server has TLS. Any thread.
   void AddFd(int fd, std::string path);
@@ -79,35 +103,32 @@ class HUTIL_EXPORT SocketServer : public Socket {
 
  private:
   using ClientPtr = std::shared_ptr<Client>;
-  using ClientTable = std::map<int, ClientPtr>;
 
+  void Start();
+  bool StartGuard();
   void ReleaseLoop();
   FdMonitor::Callback LoopCallback();
-  bool BeginEvent(int fd, ClientPtr& client);
-  void EndEvent();
   void AcceptClient();
-  bool AdmitClient(int client);
-  bool BeginHandshake(int fd);
-  void EndHandshake();
+  bool ShakeHands(int client);
+  void Admit(int client, const std::string& path);
   void ReceiveFromClient(int fd, ClientPtr client);
   bool ReadOnce(ClientPtr& client);
+  bool IsItsTurn(ClientPtr& client);
   void ReceiveOneDatagram();
-  ClientPtr FindClient(int fd);
-  ClientPtr FindLocked(int fd) const;
-  void DropClient(ClientPtr& client);
-  void Forget(int fd, ClientPtr client);
+  ssize_t SendToClient(int fd, const void* data, size_t size);
+  void DropClient(ClientPtr client);
+  void TellOfDeparted();
 
   const pid_t maker_;  ///< The process that has the loop.
   uint32_t recv_buf_size_;
-  Mutex mutex_;  ///< Guards what may change after construction.
-  ClientTable clients_;
+  const SocketServerOption option_;
+  Mutex mutex_;  ///< Guards new_client_cb_.
   DataCallback data_cb_;
   NewClientCallback new_client_cb_;
   SslWrapper* ssl_;
-  Condition idle_;         ///< Signalled when the loop has finished an event.
-  int waits_for_ = -1;     ///< The descriptor that an accept or handshake may wait for, or -1.
-  bool busy_ = false;      ///< The loop is inside an event.
-  bool stopping_ = false;  ///< No further event is let in.
+  std::unique_ptr<EventGate> gate_;
+  std::unique_ptr<ClientTable> clients_;
+  std::unique_ptr<ServerGuard> guard_;     ///< Null without options that need it.
   std::unique_ptr<FdMonitor> fd_monitor_;  ///< Last, so that the loop ends before the rest goes.
 };
 

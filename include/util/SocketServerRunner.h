@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -10,6 +11,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "util/Export.h"
 #include "util/FdMonitor.h"
@@ -18,6 +21,9 @@
 
 namespace hvn {
 namespace util {
+
+struct Client;
+class PeerWatch;
 
 /// Serves several sockets of the daemon's, listening ones and datagram ones, on one event loop.
 ///
@@ -39,6 +45,9 @@ class HUTIL_EXPORT SocketServerRunner {
  public:
   using DataCallback = std::function<bool(int, int, std::string, void*, size_t)>;
 
+  /// Gets the server's descriptor, the client's, which is still its own, and its path.
+  using ClientGoneCallback = std::function<void(int, int, std::string)>;
+
   /// A registered socket and the stream clients accepted from it.
   struct ServerInfo {
     Socket* server;
@@ -52,6 +61,15 @@ class HUTIL_EXPORT SocketServerRunner {
   ~SocketServerRunner();
   SocketServerRunner(const SocketServerRunner&) = delete;
   SocketServerRunner& operator=(const SocketServerRunner&) = delete;
+
+  /// Sets what is called for each stream client that has left since, by whatever road (its end of
+  /// stream, RemoveFd, RemoveServer), but for those that are left when the runner goes: on the
+  /// loop's thread, and before another client of the runner's can have the number. An empty one
+  /// calls nothing. Any thread.
+  void SetClientGoneCb(ClientGoneCallback cb);
+  /// Within the callback: sends to the client that the data come from, as Socket::SendTo does, or a
+  /// datagram to its sender, of any domain. -1, silently, anywhere else. Loop thread.
+  ssize_t Reply(const void* data, size_t size);
 
   /// Serves `server`, bound and listening already, not owned. False with a log line (3) where the
   /// socket or its descriptor is served already, silently for null. Any thread.
@@ -73,8 +91,11 @@ class HUTIL_EXPORT SocketServerRunner {
   void FdCallback(int fd, FdType type);
 
   /// Placeholders: always -1, silently. Any thread.
+  HUTIL_DEPRECATED("answer with Reply, or through the daemon's own Socket")
   ssize_t Send(int fd, void* data, size_t size);
+  HUTIL_DEPRECATED("answer with Reply, or through the daemon's own Socket")
   ssize_t Send(int fd, std::string data);
+  HUTIL_DEPRECATED("answer with Reply, or through the daemon's own Socket")
   ssize_t SendTo(int fd, std::string path, std::string data);
 
  private:
@@ -84,9 +105,13 @@ class HUTIL_EXPORT SocketServerRunner {
     bool may_wait = false;  ///< Whether there may be nobody to accept.
   };
 
+  using ClientPtr = std::shared_ptr<Client>;
+
   Socket* FindServer(int fd, Origin& origin);
   static bool HasUnnamedClient(const ServerInfo& info);
-  bool Forget(const Socket* server, int fd);
+  ClientPtr Forget(const Socket* server, int fd);
+  ClientPtr Note(const ServerInfo& server, int fd, const std::string& path);
+  void TellOfDeparted();
   void CloseClient(const Socket* server, int fd);
   bool RemoveMatching(const Socket* server, int fd);
   void AcceptClient(Socket* server, bool may_wait);
@@ -99,6 +124,10 @@ class HUTIL_EXPORT SocketServerRunner {
   Mutex mutex_;      ///< Guards servers_.
   std::list<ServerInfo> servers_;
   DataCallback data_cb_;
+  ClientGoneCallback client_gone_cb_;
+  std::atomic<bool> tells_of_departed_{false};
+  std::vector<std::pair<int, ClientPtr>> departed_;  ///< With their server's descriptor.
+  std::unique_ptr<PeerWatch> watch_;                 ///< Wakes the loop to tell of them.
   std::unique_ptr<FdMonitor> fd_monitor_;  ///< Last, so that the loop ends before the rest goes.
 };
 

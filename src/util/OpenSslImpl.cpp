@@ -1,91 +1,42 @@
 #include "util/OpenSslImpl.h"
 
-#include <openssl/bio.h>
 #include <openssl/err.h>
-#include <openssl/evp.h>
-#include <openssl/pem.h>
 #include <openssl/x509.h>
-#include <poll.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <mutex>
 #include <utility>
 
+#include "util/internal/Deadline.h"
 #include "util/internal/FilePtr.h"
+#include "util/internal/KeyFormat.h"
 #include "util/internal/Log.h"
 #include "util/internal/OpenSslCompat.h"
+#include "util/internal/PeerName.h"
 
 namespace hvn {
 namespace util {
 
 namespace {
 
+constexpr char kAccept[] = "bool hvn::util::OpenSslImpl::Accept(int)";
+constexpr char kConnect[] = "bool hvn::util::OpenSslImpl::Connect(int)";
+constexpr char kRecv[] = "ssize_t hvn::util::OpenSslImpl::Recv(int, void*, size_t)";
+constexpr char kSend[] = "ssize_t hvn::util::OpenSslImpl::Send(int, const void*, size_t)";
 constexpr int kMaxListedCiphers = 10;
-
-struct CertFree {
-  void operator()(X509* cert) const { X509_free(cert); }
-};
-using CertPtr = std::unique_ptr<X509, CertFree>;
-
-struct KeyFree {
-  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-};
-using KeyPtr = std::unique_ptr<EVP_PKEY, KeyFree>;
-
-struct BioFree {
-  void operator()(BIO* bio) const { BIO_free(bio); }
-};
-using BioPtr = std::unique_ptr<BIO, BioFree>;
-
-/// Takes back what OpenSSL adds to its thread's error queue within a scope: what is left there is
-/// taken by the daemon's next TLS call for an error of its own. Transfers do without, since a mark
-/// costs more than all else that the library adds to one: when one fails it empties the queue, as
-/// OpenSSL's own handshakes do.
-class ErrorQueueGuard {
- public:
-  ErrorQueueGuard() { ERR_set_mark(); }
-  ~ErrorQueueGuard() { ERR_pop_to_mark(); }
-  ErrorQueueGuard(const ErrorQueueGuard&) = delete;
-  ErrorQueueGuard& operator=(const ErrorQueueGuard&) = delete;
-};
-
-/// Supplies no password. OpenSSL's own callback would ask at the terminal.
-int NoPassword(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*arg*/) { return -1; }
-
-BioPtr MemoryBio(Buffer& data) {
-  BioPtr bio(BIO_new(BIO_s_mem()));
-  if (bio) BIO_write(bio.get(), data.data(), static_cast<int>(data.size()));
-  return bio;
-}
 
 /// What one call of OpenSSL's can move.
 bool IsTransferable(const void* data, size_t size) {
   return size <= INT_MAX && (data != nullptr || size == 0);
 }
 
-/// What OpenSSL's parsers can count.
-bool IsParsable(Buffer& data) { return data.size() > 0 && data.size() <= INT_MAX; }
-
-/// Whether `data` is a DER key of that type; some releases return a key of another type too.
-bool IsDerKey(int type, Buffer& data) {
-  const unsigned char* bytes = data.data();
-  const KeyPtr key(d2i_PrivateKey(type, nullptr, &bytes, static_cast<long>(data.size())));
-  return key && EVP_PKEY_base_id(key.get()) == type;
-}
-
 std::string Join(const std::vector<std::string>& lists) {
   std::string text;
   for (const std::string& entry : lists) text += entry + ":";
   return text;
-}
-
-/// A close-notify must neither wait for a peer that has stopped reading nor raise SIGPIPE for one
-/// that has gone: poll tells more than POLLOUT of such a peer.
-void Shutdown(int fd, SSL* session) {
-  pollfd peer = {fd, POLLOUT, 0};
-  if (poll(&peer, 1, 0) != 1 || peer.revents != POLLOUT) SSL_set_quiet_shutdown(session, 1);
-  SSL_shutdown(session);
 }
 
 }  // namespace
@@ -124,11 +75,10 @@ void OpenSslImpl::CountIn() {
 OpenSslImpl::~OpenSslImpl() {
   const ErrorQueueGuard guard;
   for (auto& entry : ssl_map_) {
-    SSL* const session = entry.second.get();
-    Shutdown(entry.first, session);
-    SSL_certs_clear(session);
-    SSL_clear(session);
-    entry.second.reset();
+    entry.second.SendCloseNotify(entry.first, 0);
+    SSL_certs_clear(entry.second.get());
+    SSL_clear(entry.second.get());
+    entry.second = TlsSession();
   }
 }
 
@@ -174,9 +124,10 @@ hvn::Result OpenSslImpl::AddDerRootCa(const std::string& path) {
   if (store == nullptr) return hvn::kFailure;
   const FilePtr file(std::fopen(path.c_str(), "r"));
   if (!file) return hvn::kFailure;
-  const CertPtr cert(d2i_X509_fp(file.get(), nullptr));
-  if (!cert) return hvn::kFailure;
-  X509_STORE_add_cert(store, cert.get());
+  X509* const cert = d2i_X509_fp(file.get(), nullptr);
+  if (cert == nullptr) return hvn::kFailure;
+  X509_STORE_add_cert(store, cert);  // which takes a reference of its own
+  X509_free(cert);
   return hvn::kSuccess;
 }
 
@@ -204,138 +155,256 @@ hvn::Result OpenSslImpl::SetCertAndKeyFile(std::string cert_path, std::string ke
   return hvn::kFailure;
 }
 
+hvn::Result OpenSslImpl::SetCertChainFile(std::string path) {
+  static constexpr char kFunction[] =
+      "hvn::Result hvn::util::OpenSslImpl::SetCertChainFile(std::string)";
+  if (!ctx_) return hvn::kNotInitialized;
+  const ErrorQueueGuard guard;
+  const bool had_key = SSL_CTX_get0_privatekey(ctx_.get()) != nullptr;
+  // OpenSSL drops a key that is not the new certificate's without a word.
+  if (SSL_CTX_use_certificate_chain_file(ctx_.get(), path.c_str()) == 1 &&
+      (!had_key || SSL_CTX_get0_privatekey(ctx_.get()) != nullptr)) {
+    return hvn::kSuccess;
+  }
+  HUTIL_LOG(LOG_ERR, "%s %d: ERROR: failed to load %s, please check the file.\n", kFunction,
+            __LINE__, path.c_str());
+  return hvn::kFailure;
+}
+
+bool OpenSslImpl::VerifyPeer(std::string host) {
+  if (!ctx_) return false;
+  const ErrorQueueGuard guard;
+  X509_VERIFY_PARAM* const wanted = SSL_CTX_get0_param(ctx_.get());
+  X509_VERIFY_PARAM_set1_host(wanted, nullptr, 0);
+  X509_VERIFY_PARAM_set1_ip(wanted, nullptr, 0);
+  const bool is_address = X509_VERIFY_PARAM_set1_ip_asc(wanted, host.c_str()) == 1;
+  const bool is_name = !is_address && !host.empty();
+  if (is_name && X509_VERIFY_PARAM_set1_host(wanted, host.data(), host.size()) != 1) {
+    HUTIL_LOG(LOG_ERR, "%s %d: ERROR: cannot verify peers as [%s]\n",
+              "bool hvn::util::OpenSslImpl::VerifyPeer(std::string)", __LINE__, host.c_str());
+    return false;
+  }
+  server_name_ = is_name ? std::move(host) : std::string();
+  // Without a name for its sessions a server that verifies refuses every client that comes again.
+  SSL_CTX_set_session_id_context(ctx_.get(), reinterpret_cast<const unsigned char*>("hutil"), 5);
+  SSL_CTX_set_verify(ctx_.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+  tells_failures_ = true;
+  return true;
+}
+
+bool OpenSslImpl::UseModernTls() {
+  if (!ctx_) return false;
+  const ErrorQueueGuard guard;
+  if (!SetModernTls(ctx_.get(), is_server_)) {
+    HUTIL_LOG(LOG_ERR, "%s %d: ERROR: failed to set modern TLS\n",
+              "bool hvn::util::OpenSslImpl::UseModernTls()", __LINE__);
+    return false;
+  }
+  tells_failures_ = true;
+  return true;
+}
+
+void OpenSslImpl::SetTimeLimit(int timeout_ms) { time_limit_ms_ = std::max(timeout_ms, 0); }
+
 int OpenSslImpl::ConvertFileType(SslWrapper::FileType type) {
   if (type == SslWrapper::kPem) return SSL_FILETYPE_PEM;
   return type == SslWrapper::kDer ? SSL_FILETYPE_ASN1 : -1;
 }
 
-// ---- Detection ----
+SslWrapper::FileType OpenSslImpl::GetCertType(Buffer& data) { return CertFormat(data); }
 
-SslWrapper::FileType OpenSslImpl::GetCertType(Buffer& data) {
-  static constexpr char kFunction[] =
-      "static hvn::util::SslWrapper::FileType "
-      "hvn::util::OpenSslImpl::GetCertType(hvn::util::Buffer&)";
-  if (!IsParsable(data)) return SslWrapper::kUnknown;
-  const ErrorQueueGuard guard;
-  const unsigned char* bytes = data.data();
-  if (CertPtr(d2i_X509(nullptr, &bytes, static_cast<long>(data.size())))) {
-    HUTIL_LOG(LOG_DEBUG, "%s %d: DER type cert\n", kFunction, __LINE__);
-    return SslWrapper::kDer;
-  }
-  const BioPtr bio = MemoryBio(data);
-  if (bio && CertPtr(PEM_read_bio_X509(bio.get(), nullptr, NoPassword, nullptr))) {
-    HUTIL_LOG(LOG_DEBUG, "%s %d: PEM type cert\n", kFunction, __LINE__);
-    return SslWrapper::kPem;
-  }
-  return SslWrapper::kUnknown;
-}
-
-SslWrapper::FileType OpenSslImpl::GetKeyType(Buffer& data) {
-  static constexpr char kFunction[] =
-      "static hvn::util::SslWrapper::FileType "
-      "hvn::util::OpenSslImpl::GetKeyType(hvn::util::Buffer&)";
-  if (!IsParsable(data)) return SslWrapper::kUnknown;
-  const ErrorQueueGuard guard;
-  if (IsDerKey(EVP_PKEY_RSA, data)) {
-    HUTIL_LOG(LOG_DEBUG, "%s %d: DER type key with RSA\n", kFunction, __LINE__);
-    return SslWrapper::kDer;
-  }
-  if (IsDerKey(EVP_PKEY_EC, data)) {
-    HUTIL_LOG(LOG_DEBUG, "%s %d: DER type key with EC\n", kFunction, __LINE__);
-    return SslWrapper::kDer;
-  }
-  const BioPtr bio = MemoryBio(data);
-  if (bio && KeyPtr(PEM_read_bio_PrivateKey(bio.get(), nullptr, NoPassword, nullptr))) {
-    HUTIL_LOG(LOG_DEBUG, "%s %d: PEM type key\n", kFunction, __LINE__);
-    return SslWrapper::kPem;
-  }
-  return SslWrapper::kUnknown;
-}
+SslWrapper::FileType OpenSslImpl::GetKeyType(Buffer& data) { return KeyFormat(data); }
 
 int OpenSslImpl::ClientHelloCb(ssl_st* /*ssl*/, int* /*alert*/, void* /*arg*/) { return 0; }
 
-// ---- Connections ----
+// ---- Handshakes ----
+
+/// Makes an operation of a patient session again until it is over or the time is; any other session
+/// waits inside OpenSSL, as its descriptor does.
+template <typename Operation>
+int OpenSslImpl::Drive(int fd, const TlsSession& session, Operation operation) const {
+  const Deadline deadline(session.is_patient() ? time_limit_ms_.load() : 0);
+  for (;;) {
+    const int result = operation(session.get());
+    const short awaits = session.is_patient() ? session.Awaits(result) : short{0};
+    if (awaits == 0 || !AwaitEvents(fd, awaits, deadline)) return result;
+  }
+}
+
+TlsSession::Patience OpenSslImpl::PatienceOfOwnCalls() const {
+  return time_limit_ms_ > 0 ? TlsSession::Patience::kPatient : TlsSession::Patience::kNone;
+}
+
+TlsSession OpenSslImpl::NewSession(int fd, TlsSession::Patience patience) {
+  TlsSession session(ctx_.get(), fd, patience);
+  if (session.is_made() && !is_server_ && !server_name_.empty()) {
+    SSL_set_tlsext_host_name(session.get(), server_name_.c_str());
+  }
+  return session;
+}
 
 bool OpenSslImpl::Accept(int fd) {
   if (fd < 0 || !ctx_ || !is_server_) return false;
   std::lock_guard<Mutex> lock(mutex_);
   if (ssl_map_.count(fd) > 0) return false;
   const ErrorQueueGuard guard;
-  SessionPtr session(SSL_new(ctx_.get()));
-  if (!session) return false;
-  SSL_set_fd(session.get(), fd);
-  if (SSL_accept(session.get()) != 1) return false;
-  ssl_map_.emplace(fd, std::move(session));
-  return true;
+  TlsSession session = NewSession(fd, PatienceOfOwnCalls());
+  return session.is_made() && Handshake(fd, std::move(session), SSL_accept, kAccept);
 }
 
 bool OpenSslImpl::Connect(int fd) {
-  static constexpr char kFunction[] = "bool hvn::util::OpenSslImpl::Connect(int)";
   if (fd < 0 || !ctx_ || is_server_) return false;
   std::lock_guard<Mutex> lock(mutex_);
   if (ssl_map_.count(fd) > 0) {
-    HUTIL_LOG(LOG_ERR, "%s %d: \n", kFunction, __LINE__);
+    HUTIL_LOG(LOG_ERR, "%s %d: \n", kConnect, __LINE__);
     return false;
   }
   const ErrorQueueGuard guard;
-  SessionPtr session(SSL_new(ctx_.get()));
-  if (!session) {
-    HUTIL_LOG(LOG_ERR, "%s %d: ERROR: failed to create SSL object\n", kFunction, __LINE__);
+  TlsSession session = NewSession(fd, PatienceOfOwnCalls());
+  if (!session.is_made()) {
+    HUTIL_LOG(LOG_ERR, "%s %d: ERROR: failed to create SSL object\n", kConnect, __LINE__);
     return false;
   }
   for (int n = 0; n < kMaxListedCiphers; ++n) {
     const char* const name = SSL_get_cipher_list(session.get(), n);
     if (name == nullptr) break;
-    HUTIL_LOG(LOG_DEBUG, "%s %d: priotify [%d] cipher list [%s]\n", kFunction, __LINE__, n, name);
+    HUTIL_LOG(LOG_DEBUG, "%s %d: priotify [%d] cipher list [%s]\n", kConnect, __LINE__, n, name);
   }
-  SSL_set_fd(session.get(), fd);
-  if (SSL_connect(session.get()) != 1) {
-    HUTIL_LOG(LOG_ERR, "%s %d: Cannot connect to SSL\n", kFunction, __LINE__);
-    return false;
-  }
-  ssl_map_.emplace(fd, std::move(session));
-  return true;
+  if (Handshake(fd, std::move(session), SSL_connect, kConnect)) return true;
+  HUTIL_LOG(LOG_ERR, "%s %d: Cannot connect to SSL\n", kConnect, __LINE__);
+  return false;
 }
 
+/// With the lock held, to the end of it.
+bool OpenSslImpl::Handshake(int fd, TlsSession session, int (*handshake)(SSL*),
+                            const char* function) {
+  errno = 0;  // what a failure is told by, where OpenSSL gives no reason
+  if (Drive(fd, session, handshake) == 1) {
+    ssl_map_.emplace(fd, std::move(session));
+    return true;
+  }
+  if (tells_failures_) LogFailure(fd, session, function);
+  return false;
+}
+
+void OpenSslImpl::LogFailure(int fd, const TlsSession& session, const char* function) {
+  const std::string reason = TlsFailure(session.get(), errno);
+  HUTIL_LOG(LOG_ERR, "%s %d: handshake with [%s] failed: %s\n", function, __LINE__,
+            PeerName(fd).c_str(), reason.c_str());
+}
+
+OpenSslImpl::Step OpenSslImpl::AcceptStep(int fd) {
+  if (fd < 0 || !ctx_ || !is_server_) return {-1, 0, false, "no context"};
+  std::lock_guard<Mutex> lock(mutex_);
+  const ErrorQueueGuard guard;
+  auto found = handshakes_.find(fd);
+  if (found == handshakes_.end()) {
+    TlsSession made = NewSession(fd, TlsSession::Patience::kPatient);
+    if (!made.is_made()) return {-1, 0, false, "no memory"};
+    found = handshakes_.emplace(fd, std::move(made)).first;
+  }
+  errno = 0;
+  const int result = SSL_accept(found->second.get());
+  Step step = {result == 1 ? 1 : -1, found->second.Awaits(result)};
+  if (step.awaits != 0) return step;
+  if (result == 1) {
+    ssl_map_.erase(fd);  // of a number whose last owner was not removed
+    ssl_map_.emplace(fd, std::move(found->second));
+  } else {
+    step.failure = TlsFailure(found->second.get(), errno);
+  }
+  handshakes_.erase(found);
+  return step;
+}
+
+void OpenSslImpl::AbandonHandshake(int fd) {
+  std::lock_guard<Mutex> lock(mutex_);
+  handshakes_.erase(fd);
+}
+
+// ---- Transfers ----
+
 /// The connection of `fd`, with the lock held; its absence is logged for `function`.
-SSL* OpenSslImpl::Find(int fd, const char* function) {
+const TlsSession* OpenSslImpl::Find(int fd, const char* function) {
   const auto found = ssl_map_.find(fd);
-  if (found != ssl_map_.end()) return found->second.get();
+  if (found != ssl_map_.end()) return &found->second;
   HUTIL_LOG(LOG_ERR, "%s %d: NO ssl instanace for fd [%d]\n", function, __LINE__, fd);
   return nullptr;
 }
 
 ssize_t OpenSslImpl::Recv(int fd, void* data, size_t size) {
-  static constexpr char kFunction[] = "ssize_t hvn::util::OpenSslImpl::Recv(int, void*, size_t)";
   std::lock_guard<Mutex> lock(mutex_);
-  SSL* const session = Find(fd, kFunction);
+  const TlsSession* const session = Find(fd, kRecv);
   if (session == nullptr) return -1;
-  const ssize_t rs =
-      IsTransferable(data, size) ? SSL_read(session, data, static_cast<int>(size)) : -1;
+  const auto read = [data, size](SSL* ssl) { return SSL_read(ssl, data, static_cast<int>(size)); };
+  const ssize_t rs = IsTransferable(data, size) ? Drive(fd, *session, read) : -1;
   if (rs < 1) ERR_clear_error();
   if (rs < 0) {
-    HUTIL_LOG(LOG_ERR, "%s %d: size %zd rs %zd\n", kFunction, __LINE__, static_cast<ssize_t>(size),
-              rs);
+    HUTIL_LOG(LOG_ERR, "%s %d: size %zd rs %zd\n", kRecv, __LINE__, static_cast<ssize_t>(size), rs);
   }
   return rs;
 }
 
-ssize_t OpenSslImpl::Send(int fd, const void* data, size_t size) {
-  static constexpr char kFunction[] =
-      "ssize_t hvn::util::OpenSslImpl::Send(int, const void*, size_t)";
+OpenSslImpl::Step OpenSslImpl::RecvStep(int fd, void* data, size_t size) {
   std::lock_guard<Mutex> lock(mutex_);
-  SSL* const session = Find(fd, kFunction);
+  const TlsSession* const session = Find(fd, kRecv);
+  if (session == nullptr || !IsTransferable(data, size)) return {-1};
+  errno = 0;
+  const int result = SSL_read(session->get(), data, static_cast<int>(size));
+  Step step = {result, session->Awaits(result)};
+  if (result < 1) ERR_clear_error();
+  if (step.awaits != 0) {
+    step.result = -1;
+    step.in_record = session->IsWithinRecord();
+  }
+  return step;
+}
+
+ssize_t OpenSslImpl::Send(int fd, const void* data, size_t size) {
+  std::lock_guard<Mutex> lock(mutex_);
+  const TlsSession* const session = Find(fd, kSend);
   if (session == nullptr || !IsTransferable(data, size)) return -1;
   const int length = static_cast<int>(size);
-  const int sent = SSL_write(session, data, length);
+  const int sent = Write(fd, *session, static_cast<const char*>(data), length);
   if (sent < 1) ERR_clear_error();
   return sent == length ? static_cast<ssize_t>(size) : -1;
+}
+
+/// All of it, within one limit: a patient session may take a part at a time.
+int OpenSslImpl::Write(int fd, const TlsSession& session, const char* data, int size) const {
+  int sent = 0;
+  return Drive(fd, session, [data, size, &sent](SSL* ssl) {
+    int result = 0;
+    do {
+      result = SSL_write(ssl, data + sent, size - sent);
+      if (result > 0) sent += result;
+    } while (result > 0 && sent < size);
+    return result > 0 ? sent : result;
+  });
+}
+
+OpenSslImpl::Step OpenSslImpl::SendStep(int fd, const void* data, size_t size) {
+  std::lock_guard<Mutex> lock(mutex_);
+  const TlsSession* const session = Find(fd, kSend);
+  if (session == nullptr || !IsTransferable(data, size)) return {-1};
+  errno = 0;
+  const int result = SSL_write(session->get(), data, static_cast<int>(size));
+  const Step step = {result > 0 ? result : -1, session->Awaits(result)};
+  if (result < 1) ERR_clear_error();
+  return step;
 }
 
 size_t OpenSslImpl::Pending(int fd) {
   std::lock_guard<Mutex> lock(mutex_);
   const auto found = ssl_map_.find(fd);
   return found == ssl_map_.end() ? 0 : static_cast<size_t>(SSL_pending(found->second.get()));
+}
+
+void OpenSslImpl::SendCloseNotify(int fd, int wait_ms) {
+  std::lock_guard<Mutex> lock(mutex_);
+  const ErrorQueueGuard guard;
+  const auto found = ssl_map_.find(fd);
+  if (found != ssl_map_.end()) found->second.SendCloseNotify(fd, wait_ms);
 }
 
 bool OpenSslImpl::RemoveClient(int fd) {

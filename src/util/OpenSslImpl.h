@@ -16,6 +16,7 @@
 #include "util/Result.h"
 #include "util/SslWrapper.h"
 #include "util/Thread.h"
+#include "util/internal/TlsSession.h"
 
 namespace hvn {
 namespace util {
@@ -35,6 +36,10 @@ class OpenSslImpl {
   hvn::Result SetRootCaBuffer(void* data, size_t size);
   hvn::Result SetCertAndKeyFile(std::string cert_path, std::string key_path,
                                 SslWrapper::FileType cert_type, SslWrapper::FileType key_type);
+  hvn::Result SetCertChainFile(std::string path);
+  bool VerifyPeer(std::string host);
+  bool UseModernTls();
+  void SetTimeLimit(int timeout_ms);
   /// OpenSSL's number for a file type, or -1.
   int ConvertFileType(SslWrapper::FileType type);
 
@@ -50,6 +55,24 @@ class OpenSslImpl {
   size_t Pending(int fd);
   bool RemoveClient(int fd);
 
+  /// The same work in steps that never wait, for a loop that watches the descriptor itself. A step
+  /// that cannot go on says which event of poll(2) it awaits and is made again after that.
+  struct Step {
+    ssize_t result;            ///< As of the whole operation; 0 from RecvStep: the peer has closed.
+    short awaits = 0;          ///< POLLIN or POLLOUT, with `result` -1; 0: the operation is over.
+    bool in_record = false;    ///< RecvStep awaits the rest of a record that has begun.
+    std::string failure = {};  ///< Of AcceptStep: why the handshake failed.
+  };
+  /// 1 at the end of a handshake; a failed one is forgotten.
+  Step AcceptStep(int fd);
+  /// Forgets a handshake that has not come to its end.
+  void AbandonHandshake(int fd);
+  Step RecvStep(int fd, void* data, size_t size);
+  /// May write a part.
+  Step SendStep(int fd, const void* data, size_t size);
+  /// TlsSession::SendCloseNotify; an unknown descriptor is ignored.
+  void SendCloseNotify(int fd, int wait_ms);
+
   /// Objects ever made in this process; the first one initialises OpenSSL.
   static std::atomic<int32_t> ref_cnt;
 
@@ -57,21 +80,32 @@ class OpenSslImpl {
   struct ContextFree {
     void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
   };
-  struct SessionFree {
-    void operator()(SSL* session) const { SSL_free(session); }
-  };
-  using SessionPtr = std::unique_ptr<SSL, SessionFree>;
+  using Sessions = std::map<int, TlsSession>;
 
   static void CountIn();
   hvn::Result AddDerRootCa(const std::string& path);
-  SSL* Find(int fd, const char* function);
+  TlsSession NewSession(int fd, TlsSession::Patience patience);
+  TlsSession::Patience PatienceOfOwnCalls() const;
+  bool Handshake(int fd, TlsSession session, int (*handshake)(SSL*), const char* function);
+  void LogFailure(int fd, const TlsSession& session, const char* function);
+  template <typename Operation>
+  int Drive(int fd, const TlsSession& session, Operation operation) const;
+  int Write(int fd, const TlsSession& session, const char* data, int size) const;
+  const TlsSession* Find(int fd, const char* function);
 
   std::unique_ptr<SSL_CTX, ContextFree> ctx_;  ///< Freed after the connections.
   bool is_server_;
   SslWrapper::Method ssl_method_;
-  std::map<int, SessionPtr> ssl_map_;
-  Mutex mutex_;  ///< Guards ssl_map_ and serialises all work on its connections.
+  std::atomic<int> time_limit_ms_{0};
+  bool tells_failures_ = false;  ///< A failed handshake is logged with its reason.
+  std::string server_name_;      ///< Whom a client asks for, by SNI.
+  Sessions ssl_map_;
+  Sessions handshakes_;  ///< Of AcceptStep.
+  Mutex mutex_;          ///< Guards the maps and serialises all work on their connections.
 };
+
+/// The implementation behind a wrapper, for the loops of servers.
+OpenSslImpl& ImplOf(SslWrapper& wrapper);
 
 }  // namespace util
 }  // namespace hvn

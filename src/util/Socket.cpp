@@ -254,13 +254,29 @@ hvn::Result Socket::ConnectWithin(const SocketAddress& address, const std::strin
   return hvn::kSuccess;
 }
 
-ssize_t Socket::SendTo(int fd, const void* data, size_t size) { return SendAll(fd, data, size); }
+hvn::Result Socket::SetSendLimit(int timeout_ms) {
+  if (fd_ < 0 || timeout_ms < 0) return hvn::kFailure;
+  send_limit_ms_ = timeout_ms;
+  return hvn::kSuccess;
+}
+
+ssize_t Socket::SendTo(int fd, const void* data, size_t size) {
+  const int limit_ms = send_limit_ms_.load(std::memory_order_relaxed);
+  return limit_ms > 0 ? SendWithin(fd, data, size, limit_ms) : SendAll(fd, data, size);
+}
 
 ssize_t Socket::SendTo(std::string path, const void* data, size_t size) {
   if (fd_ < 0 || size == 0 || data == nullptr) return -1;
   SocketAddress address;
   if (!BuildDestination(path, address)) return -1;
-  return SendDatagram(fd_, address, path.c_str(), data, size);
+  return SendDatagram(fd_, {address, path.c_str()}, data, size,
+                      send_limit_ms_.load(std::memory_order_relaxed));
+}
+
+ssize_t Socket::ReplyTo(const Sender& sender, const void* data, size_t size) {
+  if (fd_ < 0 || size == 0 || data == nullptr) return -1;
+  return SendDatagram(fd_, {sender.address, sender.path.c_str()}, data, size,
+                      send_limit_ms_.load(std::memory_order_relaxed));
 }
 
 bool Socket::BuildDestination(const std::string& path, SocketAddress& address) {
@@ -344,13 +360,9 @@ int Socket::Accept(std::string& path) {
   peer.Expect(domain_);
   const int client = accept4(fd_, peer.data(), peer.mutable_length(), SOCK_CLOEXEC);
   if (client < 1) return client;
-  if (domain_ == kUnix) path = peer.UnixText();
-  if (domain_ == kIpv4) path = peer.Ipv4Text();
-  if (domain_ == kIpv6) {
-    path = peer.Ipv6Text();
-    if (path.empty()) {
-      HUTIL_LOG(LOG_ERR, "%s() : inet_ntop() failed, check errno[%d]\n", "Accept", errno);
-    }
+  path = peer.Text(domain_);
+  if (path.empty() && domain_ == kIpv6) {
+    HUTIL_LOG(LOG_ERR, "%s() : inet_ntop() failed, check errno[%d]\n", "Accept", errno);
   }
   return client;
 }

@@ -9,11 +9,16 @@
 
 #include "util/internal/Accept.h"
 #include "util/internal/Client.h"
+#include "util/internal/ClientTable.h"
+#include "util/internal/CurrentEvent.h"
 #include "util/internal/Datagram.h"
+#include "util/internal/EventGate.h"
 #include "util/internal/HeapBuffer.h"
 #include "util/internal/IgnoreResult.h"
 #include "util/internal/Log.h"
 #include "util/internal/Select.h"
+#include "util/internal/ServerGuard.h"
+#include "util/internal/SocketOptions.h"
 
 namespace hvn {
 namespace util {
@@ -21,11 +26,13 @@ namespace util {
 namespace {
 
 constexpr char kFdCallback[] = "void hvn::util::SocketServer::FdCallback(int, hvn::util::FdType)";
-constexpr int kBacklog = 5;
+constexpr char kConstructor[] =
+    "hvn::util::SocketServer::SocketServer(int, hvn::util::Socket::Protocol, "
+    "hvn::util::Socket::Domain, hvn::util::SocketServer::DataCallback, hvn::util::SslWrapper*, "
+    "hvn::util::SocketServer::SocketServerOption)";
 constexpr uint32_t kRecvBufSize = 8192;
 constexpr int kNoFd = -1;
-constexpr int64_t kStopWaitUs = 100000;
-constexpr int kStopWaits = 10;
+constexpr int kCloseNotifyWaitMs = 1000;
 
 /// Waits for nothing: the event may be old, and the number another's by now, who may have nothing
 /// to read.
@@ -37,18 +44,70 @@ void DrainStranger(int fd, char* scratch, size_t size) {
 
 // ---- The server itself ----
 
-// The wrapper is stored before the loop can hear of a client: none may miss its handshake.
 SocketServer::SocketServer(std::string path, Socket::Protocol protocol, Socket::Domain domain,
                            DataCallback cb, SslWrapper* ssl)
-    : Socket(std::move(path), protocol, domain, SocketOption()),
+    : SocketServer(std::move(path), protocol, domain, std::move(cb), ssl, SocketServerOption()) {}
+
+SocketServer::SocketServer(std::string path, Socket::Protocol protocol, Socket::Domain domain,
+                           DataCallback cb, SslWrapper* ssl, SocketServerOption option)
+    : Socket(std::move(path), protocol, domain, option.socket_option),
       maker_(getpid()),
       recv_buf_size_(kRecvBufSize),
+      option_(std::move(option)),
       data_cb_(std::move(cb)),
       ssl_(ssl) {
-  Listen(kBacklog);
-  if (!data_cb_ || fd_ <= 0) return;
-  fd_monitor_ = std::make_unique<FdMonitor>();
-  fd_monitor_->Add(fd_, kRead, LoopCallback());
+  Listen(option_.backlog);
+  Start();
+}
+
+SocketServer::SocketServer(int fd, Socket::Protocol protocol, Socket::Domain domain,
+                           DataCallback cb, SslWrapper* ssl)
+    : SocketServer(fd, protocol, domain, std::move(cb), ssl, SocketServerOption()) {}
+
+// Not through Listen, which closes a descriptor that it fails for.
+SocketServer::SocketServer(int fd, Socket::Protocol protocol, Socket::Domain domain,
+                           DataCallback cb, SslWrapper* ssl, SocketServerOption option)
+    : Socket(fd, protocol, domain),
+      maker_(getpid()),
+      recv_buf_size_(kRecvBufSize),
+      option_(std::move(option)),
+      data_cb_(std::move(cb)),
+      ssl_(ssl) {
+  if (protocol_ == kTcp && !IsListening(fd_) && listen(fd_, option_.backlog) != 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d: cannot listen on fd [%d] errno [%d]\n", kConstructor, __LINE__, fd_,
+              errno);
+    fd_ = kNoFd;
+  }
+  Start();
+}
+
+// All is in place before the loop can hear of a client: none may miss its handshake or its limits.
+void SocketServer::Start() {
+  const bool serves = data_cb_ && fd_ > 0;
+  if (serves) fd_monitor_ = std::make_unique<FdMonitor>();
+  gate_ = std::make_unique<EventGate>();
+  clients_ = std::make_unique<ClientTable>(fd_monitor_.get(), LoopCallback());
+  if (serves && StartGuard()) fd_monitor_->Add(fd_, kRead, LoopCallback());
+}
+
+/// False where the limits that were asked for cannot be had: nothing is served then.
+bool SocketServer::StartGuard() {
+  const int limit_ms = option_.peer_timeout_ms;
+  if (limit_ms > 0) SetSendLimit(limit_ms);  // for datagrams
+  if (protocol_ != kTcp || (limit_ms <= 0 && !option_.client_gone_cb)) return true;
+  guard_ = std::make_unique<ServerGuard>(
+      *clients_, ssl_, limit_ms,
+      ServerGuard::Hooks{
+          [this](std::string& path) { return WaitUntilReadable(fd_, 0) ? Accept(path) : kNoFd; },
+          [this](int fd, const std::string& path) { Admit(fd, path); },
+          [this](const ClientPtr& client) { ReceiveFromClient(client->fd, client); }});
+  if (guard_->fd() < 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d: cannot watch peers errno [%d]\n", kConstructor, __LINE__, errno);
+    return false;
+  }
+  if (option_.client_gone_cb) clients_->KeepDeparted([this] { guard_->Wake(); });
+  fd_monitor_->Add(guard_->fd(), kRead, LoopCallback());
+  return true;
 }
 
 /// In a forked child there is no loop to wait for, and the clients are still the parent's.
@@ -60,16 +119,12 @@ SocketServer::~SocketServer() {
 /// send to any more. What it still waits for after a moment (its peer's handshake or record, room
 /// for an answer) is cut off, or the loop's thread could not be joined.
 void SocketServer::ReleaseLoop() {
-  std::lock_guard<Mutex> lock(mutex_);
-  stopping_ = true;
-  ClientTable clients;
-  clients.swap(clients_);
-  for (int i = 0; busy_ && i < kStopWaits; ++i) idle_.WaitUntil(mutex_, kStopWaitUs);
-  if (!busy_) return;
-  if (waits_for_ != kNoFd) shutdown(waits_for_, SHUT_RDWR);
-  for (const auto& entry : clients) {
-    const bool in_use = entry.second.use_count() > 1;  // by the event, or by a send of its callback
-    if (in_use) shutdown(entry.first, SHUT_RDWR);
+  gate_->Shut();
+  const std::vector<ClientPtr> clients = clients_->Clear();
+  if (gate_->AwaitEnd()) return;
+  for (const ClientPtr& client : clients) {
+    const bool in_use = client.use_count() > 1;  // by the event, or by a send of its callback
+    if (in_use) shutdown(client->fd, SHUT_RDWR);
   }
 }
 
@@ -83,89 +138,75 @@ void SocketServer::SetNewClientCb(NewClientCallback cb) {
   new_client_cb_.swap(cb);  // the replaced one goes with the argument, without the lock
 }
 
+// The table is asked before the gate, which shuts before the table is emptied: an event that is let
+// in has not missed its client.
 void SocketServer::FdCallback(int fd, FdType /*type*/) {
-  ClientPtr client;
-  if (!BeginEvent(fd, client)) return;
-  if (fd != fd_) {
+  ClientPtr client = fd == fd_ ? nullptr : clients_->Find(fd);
+  if (!gate_->Enter()) return;
+  if (guard_ && fd == guard_->fd()) {
+    guard_->Serve();
+  } else if (fd != fd_) {
     ReceiveFromClient(fd, std::move(client));
   } else if (protocol_ == kTcp) {
     AcceptClient();
   } else if (protocol_ == kUdp) {
     ReceiveOneDatagram();
   }
-  EndEvent();
-}
-
-/// False where the server is going.
-bool SocketServer::BeginEvent(int fd, ClientPtr& client) {
-  std::lock_guard<Mutex> lock(mutex_);
-  if (stopping_) return false;
-  busy_ = true;
-  if (fd != fd_) client = FindLocked(fd);
-  if (fd == fd_ && protocol_ == kTcp) waits_for_ = fd;  // where another process took the client
-  return true;
-}
-
-void SocketServer::EndEvent() {
-  std::lock_guard<Mutex> lock(mutex_);
-  busy_ = false;
-  waits_for_ = kNoFd;
-  if (stopping_) idle_.Signal();
+  if (option_.client_gone_cb) TellOfDeparted();
+  gate_->Leave();
 }
 
 // ---- A client comes ----
 
 void SocketServer::AcceptClient() {
+  // A descriptor of the daemon's may be served by other processes too, who take the client.
+  if (!owns_fd_ && !WaitUntilReadable(fd_, 0)) return;
+  if (owns_fd_) gate_->SetWaitsFor(fd_);
   std::string path;
   const int client = Accept(path);
   const int error = errno;
+  gate_->SetWaitsFor(kNoFd);
   // Only TCP servers come here, so the protocol's other name never shows.
   HUTIL_LOG(LOG_DEBUG, "%s %d: add fd [%d] path [%s] server path [%s] proto [%s]\n", kFdCallback,
             __LINE__, client, path.c_str(), path_.c_str(), protocol_ == kTcp ? "tcp" : "udp");
-  if (!AdmitClient(client)) {
-    HUTIL_LOG(LOG_ERR, "%s %d: \n", kFdCallback, __LINE__);
-    if (client < 0) PauseIfExhausted(error);
-    return;
+  const bool limited = guard_ && guard_->limits() != nullptr;
+  const bool admitted = client >= 0 && (limited || ShakeHands(client));
+  if (!admitted) HUTIL_LOG(LOG_ERR, "%s %d: \n", kFdCallback, __LINE__);
+  if (limited) {
+    guard_->Welcome(client, path, error);
+  } else if (admitted) {
+    Admit(client, path);
+  } else if (client < 0) {
+    PauseIfExhausted(error);
   }
+}
+
+/// Whether `client` may enter the table; if not, it is closed. A client on descriptor 0 enters
+/// without a handshake.
+bool SocketServer::ShakeHands(int client) {
+  bool admitted = FitsSelect(client);
+  if (admitted && ssl_ != nullptr && client > 0) {
+    admitted = gate_->SetWaitsFor(client) && ssl_->Accept(client);
+    gate_->SetWaitsFor(kNoFd);
+  }
+  if (!admitted) TurnAway(client);
+  return admitted;
+}
+
+void SocketServer::Admit(int client, const std::string& path) {
+  if (option_.linger) SetGracefulClose(client);
   AddFd(client, path);
   NewClientCallback new_client_cb;
   {
     std::lock_guard<Mutex> lock(mutex_);
     new_client_cb = new_client_cb_;
   }
-  if (new_client_cb) new_client_cb(fd_, client, std::move(path));
-}
-
-/// Whether `client` may enter the table; if not, it is closed. A client on descriptor 0 enters
-/// without a handshake.
-bool SocketServer::AdmitClient(int client) {
-  if (client < 0) return false;
-  bool admitted = FitsSelect(client);
-  if (admitted && ssl_ != nullptr && client > 0) {
-    admitted = BeginHandshake(client) && ssl_->Accept(client);
-    EndHandshake();
-  }
-  if (!admitted) TurnAway(client);
-  return admitted;
-}
-
-/// False where the server is going: a handshake begun now would be waited for.
-bool SocketServer::BeginHandshake(int fd) {
-  std::lock_guard<Mutex> lock(mutex_);
-  waits_for_ = fd;
-  return !stopping_;
-}
-
-void SocketServer::EndHandshake() {
-  std::lock_guard<Mutex> lock(mutex_);
-  waits_for_ = kNoFd;
+  if (new_client_cb) new_client_cb(fd_, client, path);
 }
 
 void SocketServer::AddFd(int fd, std::string path) {
-  std::lock_guard<Mutex> lock(mutex_);
-  if (clients_.count(fd) > 0) return;
-  if (fd_monitor_) fd_monitor_->Add(fd, kRead, LoopCallback());
-  clients_.emplace(fd, std::make_shared<Client>(fd, std::move(path)));
+  const bool limited = guard_ && guard_->limits() != nullptr;
+  clients_->Add(fd, std::move(path), limited ? std::make_unique<Peer>() : nullptr);
 }
 
 // ---- It sends ----
@@ -180,93 +221,115 @@ void SocketServer::ReceiveFromClient(int fd, ClientPtr client) {
     DrainStranger(fd, scratch.get(), recv_buf_size_);
   }
   while (client && ReadOnce(client) && ssl_ != nullptr && ssl_->Pending(fd) > 0) {
-    client = FindClient(fd);
+    client = clients_->Find(fd);
   }
 }
 
+/// Whether more may be read of the client, whose record is let go of with the client.
 bool SocketServer::ReadOnce(ClientPtr& client) {
+  PeerLimits* const limits = client->peer ? guard_->limits() : nullptr;
+  if (limits != nullptr && !IsItsTurn(client)) return false;
   const HeapBuffer buffer = MakeZeroedBuffer(recv_buf_size_);
   if (!buffer) return false;
-  const ssize_t n = ssl_ != nullptr ? ssl_->Recv(client->fd, buffer.get(), recv_buf_size_)
-                                    : recv(client->fd, buffer.get(), recv_buf_size_, 0);
+  const ssize_t n = limits != nullptr ? limits->Receive(*client, buffer.get(), recv_buf_size_)
+                    : ssl_ != nullptr ? ssl_->Recv(client->fd, buffer.get(), recv_buf_size_)
+                                      : recv(client->fd, buffer.get(), recv_buf_size_, 0);
+  if (n < 0 && limits != nullptr && errno == EAGAIN) return false;
   if (n < 1) {
     if (n != 0) HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kFdCallback, __LINE__, errno);
-    DropClient(client);
+    DropClient(std::move(client));
     return false;
   }
-  if (data_cb_) data_cb_(fd_, client->fd, client->path, buffer.get(), static_cast<size_t>(n));
+  if (client->closing || !data_cb_) return true;
+  const CurrentEvent event(this, this, client->fd, nullptr);
+  data_cb_(fd_, client->fd, client->path, buffer.get(), static_cast<size_t>(n));
   return true;
+}
+
+/// Takes the client out where a limit or a send has failed it.
+bool SocketServer::IsItsTurn(ClientPtr& client) {
+  std::string why;
+  const PeerLimits::Turn turn = PeerLimits::TurnOf(*client, why);
+  if (turn == PeerLimits::Turn::kTakeOut) {
+    LogTakenOut(client->fd, client->path, why);
+    DropClient(std::move(client));
+  }
+  return turn == PeerLimits::Turn::kRead;
 }
 
 void SocketServer::ReceiveOneDatagram() {
   const HeapBuffer buffer = MakeZeroedBuffer(recv_buf_size_);
   if (!buffer) return;
-  std::string path;
-  const ssize_t n = ReceiveDatagram(fd_, domain_, buffer.get(), recv_buf_size_, path);
+  Sender sender;
+  const ssize_t n = ReceiveDatagram(fd_, domain_, buffer.get(), recv_buf_size_, sender);
   if (n < 1) {
     HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", kFdCallback, __LINE__, fd_, errno);
     return;
   }
-  if (data_cb_) data_cb_(fd_, 0, std::move(path), buffer.get(), static_cast<size_t>(n));
+  if (!data_cb_) return;
+  const CurrentEvent event(this, this, 0, &sender);
+  data_cb_(fd_, 0, sender.path, buffer.get(), static_cast<size_t>(n));
 }
 
 // ---- It is answered ----
 
 ssize_t SocketServer::SendTo(int fd, void* data, size_t size) {
-  if (protocol_ == kUdp) return fd == fd_ ? Socket::Send(data, size) : -1;
-  if (protocol_ != kTcp) return -1;
-  const ClientPtr client = FindClient(fd);
-  if (!client) return -1;
-  return ssl_ != nullptr ? ssl_->Send(fd, data, size) : Socket::SendTo(fd, data, size);
+  return SendToClient(fd, data, size);
 }
 
 ssize_t SocketServer::SendTo(int fd, std::string data) {
-  return SendTo(fd, data.data(), data.size());
+  return SendToClient(fd, data.data(), data.size());
 }
 
 ssize_t SocketServer::SendTo(std::string path, std::string data) {
   return Socket::SendTo(std::move(path), std::move(data));
 }
 
-ClientPtr SocketServer::FindClient(int fd) {
-  std::lock_guard<Mutex> lock(mutex_);
-  return FindLocked(fd);
+ssize_t SocketServer::Reply(const void* data, size_t size) {
+  const CurrentEvent* const event = CurrentEvent::Of(this);
+  if (event == nullptr) return -1;
+  if (event->sender == nullptr) return SendToClient(event->client, data, size);
+  return ReplyTo(*event->sender, data, size);
 }
 
-ClientPtr SocketServer::FindLocked(int fd) const {
-  const auto found = clients_.find(fd);
-  return found == clients_.end() ? nullptr : found->second;
+ssize_t SocketServer::SendToClient(int fd, const void* data, size_t size) {
+  if (protocol_ == kUdp) return fd == fd_ ? Socket::Send(data, size) : -1;
+  if (protocol_ != kTcp) return -1;
+  const ClientPtr client = clients_->Find(fd);
+  if (!client || client->closing) return -1;
+  if (client->peer) return guard_->limits()->Send(*client, data, size);
+  return ssl_ != nullptr ? ssl_->Send(fd, data, size) : Socket::SendTo(fd, data, size);
 }
 
 // ---- It goes ----
 
-/// Closing and forgetting are one step: the number may be another client's right after. Where
-/// another thread is still sending, that closes. One that was taken out meanwhile is its taker's.
-void SocketServer::DropClient(ClientPtr& client) {
-  const int fd = client->fd;
-  {
-    std::lock_guard<Mutex> lock(mutex_);
-    if (FindLocked(fd) != client) return;
-    shutdown(fd, SHUT_RDWR);
-    client->dropped = true;
-    Forget(fd, std::move(client));
+bool SocketServer::Close(int client) {
+  const ClientPtr record = clients_->Find(client);
+  if (!record) return false;
+  if (record->closing.exchange(true)) return true;
+  SetGracefulClose(client);
+  if (record->peer) {
+    guard_->limits()->Close(*record);
+  } else {
+    if (ssl_ != nullptr) ImplOf(*ssl_).SendCloseNotify(client, kCloseNotifyWaitMs);
+    shutdown(client, SHUT_WR);
   }
-  if (ssl_ != nullptr) ssl_->RemoveClient(fd);
+  return true;
 }
 
-void SocketServer::RemoveFd(int fd) {
-  std::lock_guard<Mutex> lock(mutex_);
-  if (ClientPtr client = FindLocked(fd)) Forget(fd, std::move(client));
+void SocketServer::DropClient(ClientPtr client) {
+  const int fd = client->fd;
+  const bool dropped = clients_->Drop(std::move(client));
+  if (dropped && ssl_ != nullptr) ssl_->RemoveClient(fd);
 }
 
-/// With the lock held. The last reference may be the one given, which closes a dropped client.
-void SocketServer::Forget(int fd, ClientPtr client) {
-  const std::string path = client->path;
-  clients_.erase(fd);
-  client.reset();
-  HUTIL_LOG(LOG_DEBUG, "%s %d: remove fd [%d] path [%s]\n",
-            "void hvn::util::SocketServer::RemoveFd(int)", __LINE__, fd, path.c_str());
-  if (fd_monitor_) fd_monitor_->Remove(fd, kRead);
+void SocketServer::RemoveFd(int fd) { clients_->Remove(fd); }
+
+/// The records keep the descriptors of dropped clients open until the daemon has heard of them.
+void SocketServer::TellOfDeparted() {
+  for (const ClientPtr& client : clients_->TakeDeparted()) {
+    option_.client_gone_cb(fd_, client->fd, client->path);
+  }
 }
 
 }  // namespace util

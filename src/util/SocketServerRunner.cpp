@@ -9,9 +9,12 @@
 #include <utility>
 
 #include "util/internal/Accept.h"
+#include "util/internal/Client.h"
+#include "util/internal/CurrentEvent.h"
 #include "util/internal/Datagram.h"
 #include "util/internal/HeapBuffer.h"
 #include "util/internal/Log.h"
+#include "util/internal/PeerWatch.h"
 #include "util/internal/Select.h"
 
 namespace hvn {
@@ -32,6 +35,18 @@ SocketServerRunner::SocketServerRunner(DataCallback cb)
       fd_monitor_(std::make_unique<FdMonitor>()) {}
 
 SocketServerRunner::~SocketServerRunner() = default;
+
+void SocketServerRunner::SetClientGoneCb(ClientGoneCallback cb) {
+  std::lock_guard<Mutex> lock(mutex_);
+  client_gone_cb_.swap(cb);  // the replaced one goes with the argument, without the lock
+  tells_of_departed_ = client_gone_cb_ != nullptr;
+  if (watch_ || !client_gone_cb_) return;
+  watch_ = std::make_unique<PeerWatch>();
+  fd_monitor_->Add(watch_->fd(), kRead, [this](int /*fd*/, FdType /*type*/) {
+    watch_->Serve([](int /*fd*/) {}, [] { return -1; });
+    TellOfDeparted();
+  });
+}
 
 FdMonitor::Callback SocketServerRunner::LoopCallback() {
   return [this](int fd, FdType type) { FdCallback(fd, type); };
@@ -63,6 +78,7 @@ bool SocketServerRunner::RemoveMatching(const Socket* server, int fd) {
   std::lock_guard<Mutex> lock(mutex_);
   servers_.remove_if([&](const ServerInfo& info) {
     if (info.server != server && info.server->fd() != fd) return false;
+    for (const auto& client : info.clients) Note(info, client.first, client.second);
     fd_monitor_->Remove(fd, kRead);
     return true;
   });
@@ -84,11 +100,41 @@ void SocketServerRunner::RemoveFd(Socket* server, int fd) {
   if (Forget(server, fd)) fd_monitor_->Remove(fd, kRead);
 }
 
-/// With the lock held: whether it was a client, which it is no longer.
-bool SocketServerRunner::Forget(const Socket* server, int fd) {
-  return std::any_of(servers_.begin(), servers_.end(), [&](ServerInfo& info) {
-    return info.server == server && info.clients.erase(fd) > 0;
-  });
+/// With the lock held: the client, which it is no longer, or null where it was none.
+SocketServerRunner::ClientPtr SocketServerRunner::Forget(const Socket* server, int fd) {
+  for (ServerInfo& info : servers_) {
+    const auto found = info.clients.find(fd);
+    if (info.server != server || found == info.clients.end()) continue;
+    ClientPtr client = Note(info, fd, found->second);
+    info.clients.erase(found);
+    return client;
+  }
+  return nullptr;
+}
+
+/// With the lock held: a client that leaves, to be told of by the loop.
+SocketServerRunner::ClientPtr SocketServerRunner::Note(const ServerInfo& server, int fd,
+                                                       const std::string& path) {
+  auto client = std::make_shared<Client>(fd, path, nullptr);
+  if (client_gone_cb_) {
+    departed_.emplace_back(server.fd, client);
+    watch_->Ring();
+  }
+  return client;
+}
+
+/// The records keep the descriptors of closed clients open until the daemon has heard of them.
+void SocketServerRunner::TellOfDeparted() {
+  decltype(departed_) departed;
+  ClientGoneCallback client_gone_cb;
+  {
+    std::lock_guard<Mutex> lock(mutex_);
+    departed.swap(departed_);
+    client_gone_cb = client_gone_cb_;
+  }
+  for (const auto& entry : departed) {
+    if (client_gone_cb) client_gone_cb(entry.first, entry.second->fd, entry.second->path);
+  }
 }
 
 /// What `fd` is decides less than its path: a client without one is handled as its server.
@@ -132,6 +178,7 @@ bool SocketServerRunner::HasUnnamedClient(const ServerInfo& info) {
 /// server's own event of the same pass is about: an accept that may wait does so for a moment only,
 /// and counts as failed then.
 void SocketServerRunner::AcceptClient(Socket* server, bool may_wait) {
+  if (tells_of_departed_) TellOfDeparted();  // or a newcomer could have the number of one
   std::string path;
   const bool comes = !may_wait || WaitUntilReadable(server->fd(), kAcceptWaitMs);
   const int client = comes ? server->Accept(path) : -1;
@@ -150,13 +197,15 @@ void SocketServerRunner::AcceptClient(Socket* server, bool may_wait) {
 void SocketServerRunner::ReceiveOneDatagram(Socket* server, int fd) {
   const HeapBuffer buffer = MakeZeroedBuffer(recv_buf_size_);
   if (!buffer) return;
-  std::string path;
-  const ssize_t n = ReceiveDatagram(fd, server->domain(), buffer.get(), recv_buf_size_, path);
+  Sender sender;
+  const ssize_t n = ReceiveDatagram(fd, server->domain(), buffer.get(), recv_buf_size_, sender);
   if (n < 1) {
     HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", kFdCallback, __LINE__, fd, errno);
     return;
   }
-  if (data_cb_) data_cb_(server->fd(), 0, std::move(path), buffer.get(), static_cast<size_t>(n));
+  if (!data_cb_) return;
+  const CurrentEvent event(this, server, 0, &sender);
+  data_cb_(server->fd(), 0, sender.path, buffer.get(), static_cast<size_t>(n));
 }
 
 void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::string& path) {
@@ -168,15 +217,26 @@ void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::st
     if (n == 0) CloseClient(server, fd);
     return;
   }
-  if (data_cb_) data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
+  if (!data_cb_) return;
+  const CurrentEvent event(this, server, fd, nullptr);
+  data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
+}
+
+ssize_t SocketServerRunner::Reply(const void* data, size_t size) {
+  const CurrentEvent* const event = CurrentEvent::Of(this);
+  if (event == nullptr) return -1;
+  return event->sender != nullptr ? event->server->ReplyTo(*event->sender, data, size)
+                                  : event->server->SendTo(event->client, data, size);
 }
 
 /// In one step, since the number may be another client's right after. One that was taken out
 /// meanwhile is its taker's to close.
 void SocketServerRunner::CloseClient(const Socket* server, int fd) {
   std::lock_guard<Mutex> lock(mutex_);
-  if (!Forget(server, fd)) return;
-  close(fd);
+  ClientPtr client = Forget(server, fd);
+  if (!client) return;
+  client->dropped = true;
+  client.reset();
   fd_monitor_->Remove(fd, kRead);
 }
 

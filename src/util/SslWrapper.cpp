@@ -41,6 +41,18 @@ SslWrapper::FileType SslWrapper::GetCertType(Buffer& data) {
 
 SslWrapper::FileType SslWrapper::GetKeyType(Buffer& data) { return OpenSslImpl::GetKeyType(data); }
 
+hvn::Result SslWrapper::SetCertChainFile(std::string path) {
+  return impl_->SetCertChainFile(std::move(path));
+}
+
+bool SslWrapper::VerifyPeer(std::string host) { return impl_->VerifyPeer(std::move(host)); }
+
+bool SslWrapper::UseModernTls() { return impl_->UseModernTls(); }
+
+void SslWrapper::SetTimeLimit(int timeout_ms) { impl_->SetTimeLimit(timeout_ms); }
+
+OpenSslImpl& ImplOf(SslWrapper& wrapper) { return *wrapper.impl_; }
+
 bool SslWrapper::Connect(int fd) { return impl_->Connect(fd); }
 
 bool SslWrapper::Accept(int fd) { return impl_->Accept(fd); }

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "util/internal/Log.h"
+
 namespace hvn {
 namespace util {
 
@@ -12,9 +14,18 @@ namespace {
 constexpr useconds_t kPauseUs = 5000;
 }  // namespace
 
+bool IsExhaustion(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
 void PauseIfExhausted(int error) {
-  const bool exhausted = error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
-  if (exhausted) usleep(kPauseUs);
+  if (IsExhaustion(error)) usleep(kPauseUs);
+}
+
+void LogTakenOut(int fd, const std::string& path, const std::string& why) {
+  HUTIL_LOG(LOG_ERR, "%s %d: client fd [%d] path [%s] taken out: %s\n",
+            "void hvn::util::SocketServer::FdCallback(int, hvn::util::FdType)", __LINE__, fd,
+            path.c_str(), why.c_str());
 }
 
 void TurnAway(int fd) {

@@ -12,15 +12,25 @@
 namespace hvn {
 namespace util {
 
-/// Sends to an address, which is `path` in the log; tries again at once and without a limit. Logs
-/// for Socket::SendTo.
-ssize_t SendDatagram(int fd, const SocketAddress& address, const char* path, const void* data,
-                     size_t size);
+/// Where a datagram goes, and what that is in the log.
+struct Destination {
+  const SocketAddress& address;
+  const char* path;
+};
 
-/// One datagram from `fd` into `buffer`, with the sender's text in `path` where `domain` has one
-/// (IPv4 and Unix). recvfrom's result.
-ssize_t ReceiveDatagram(int fd, Socket::Domain domain, char* buffer, size_t size,
-                        std::string& path);
+/// Sends to an address; tries again at once and without a limit while there is no room. Where
+/// `limit_ms` is above 0, it does so for that long, with a pause each time, raises no SIGPIPE and
+/// gives a peer that has gone up. Logs for Socket::SendTo.
+ssize_t SendDatagram(int fd, const Destination& to, const void* data, size_t size, int limit_ms);
+
+/// Whom a datagram comes from.
+struct Sender {
+  SocketAddress address;
+  std::string path;  ///< For callbacks; IPv4 and Unix senders have one.
+};
+
+/// One datagram from `fd` into `buffer`. recvfrom's result.
+ssize_t ReceiveDatagram(int fd, Socket::Domain domain, char* buffer, size_t size, Sender& sender);
 
 }  // namespace util
 }  // namespace hvn

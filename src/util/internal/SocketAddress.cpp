@@ -61,6 +61,12 @@ void SocketAddress::Expect(Socket::Domain domain) {
                                       : 0;
 }
 
+std::string SocketAddress::Text(Socket::Domain domain) const {
+  if (domain == Socket::kUnix) return UnixText();
+  if (domain == Socket::kIpv4) return Ipv4Text();
+  return domain == Socket::kIpv6 ? Ipv6Text() : std::string();
+}
+
 std::string SocketAddress::UnixText() const {
   const char* name = address_.local.sun_path;
   return std::string(name, strnlen(name, sizeof(address_.local.sun_path)));

@@ -37,14 +37,15 @@ class SocketAddress {
   sockaddr* data() { return is_set() ? &address_.any : nullptr; }
   socklen_t* mutable_length() { return is_set() ? &length_ : nullptr; }
 
-  /// The peer's socket file; empty for an unnamed or abstract peer.
-  std::string UnixText() const;
-  /// "IP:PORT".
-  std::string Ipv4Text() const;
-  /// "IP;PORT", or empty with errno set.
-  std::string Ipv6Text() const;
+  /// A peer's path, `domain` being the one that was expected: "IP:PORT" for IPv4, "IP;PORT" for
+  /// IPv6 (empty with errno set where it cannot be told), the file of a Unix peer (empty for an
+  /// unnamed or abstract one).
+  std::string Text(Socket::Domain domain) const;
 
  private:
+  std::string UnixText() const;
+  std::string Ipv4Text() const;
+  std::string Ipv6Text() const;
   bool SetUnix(const std::string& path);
   void SetIpv4(const std::string& ip, int port);
   bool SetIpv6(const std::string& ip, int port);

@@ -139,6 +139,17 @@ int TakeConnectError(int fd) {
   return ret == 0 ? error : -1;
 }
 
+void SetGracefulClose(int fd) {
+  const linger off = {0, 0};
+  setsockopt(fd, SOL_SOCKET, SO_LINGER, &off, sizeof(off));
+}
+
+bool IsListening(int fd) {
+  int value = 0;
+  socklen_t length = sizeof(value);
+  return getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &value, &length) == 0 && value != 0;
+}
+
 bool ReadTcpInfo(int fd, tcp_info& info) {
   static_assert(sizeof(info) == 104, "the record that the kernel is asked for");
   socklen_t length = sizeof(info);

@@ -32,6 +32,11 @@ void JoinMulticast(int fd, const std::string& ip);
 /// The pending error of a connect, which this clears; 0 for none, -1 where it cannot be read.
 int TakeConnectError(int fd);
 
+/// Has closing send what is still to be sent, in place of resetting the connection.
+void SetGracefulClose(int fd);
+
+bool IsListening(int fd);
+
 /// The kernel's figures for a TCP connection; false where it has none.
 bool ReadTcpInfo(int fd, tcp_info& info);
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 
+#include "util/internal/Deadline.h"
 #include "util/internal/Log.h"
 
 namespace hvn {
@@ -54,6 +55,24 @@ ssize_t SendAll(int fd, const void* data, size_t size) {
     remaining = std::max<ssize_t>(remaining - n, 0);
   }
   return sent;
+}
+
+ssize_t SendWithin(int fd, const void* data, size_t size, int limit_ms) {
+  if (fd < 0 || size == 0 || size > SSIZE_MAX || data == nullptr) return -1;
+  const Deadline deadline(limit_ms);
+  size_t sent = 0;
+  while (sent < size) {
+    const ssize_t n =
+        send(fd, static_cast<const char*>(data) + sent, size - sent, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (n > 0) sent += static_cast<size_t>(n);
+    const bool goes_on =
+        n > 0 || errno == EINTR || (errno == EAGAIN && AwaitEvents(fd, POLLOUT, deadline));
+    if (goes_on) continue;
+    const int error = errno;
+    HUTIL_LOG(LOG_ERR, "%s %d: errno [%d]\n", kSendTo, __LINE__, error);
+    return Outcome(static_cast<ssize_t>(sent), error);
+  }
+  return static_cast<ssize_t>(sent);
 }
 
 }  // namespace util

@@ -12,6 +12,10 @@ namespace util {
 /// Socket::SendTo.
 ssize_t SendAll(int fd, const void* data, size_t size);
 
+/// The same within `limit_ms` milliseconds, without repeating a byte, raising SIGPIPE or trying a
+/// peer again that has gone.
+ssize_t SendWithin(int fd, const void* data, size_t size, int limit_ms);
+
 /// Whether a send that failed with `error` is tried again.
 bool WorthRetrying(int error);
 

@@ -1,0 +1,164 @@
+#include "util/internal/PeerLimits.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+#include "util/internal/Deadline.h"
+
+namespace hvn {
+namespace util {
+
+PeerLimits::PeerLimits(PeerWatch& watch, OpenSslImpl* tls, int limit_ms, SetReading set_reading)
+    : watch_(watch), tls_(tls), limit_ms_(limit_ms), set_reading_(std::move(set_reading)) {}
+
+// ---- Sending ----
+
+ssize_t PeerLimits::Send(Client& client, const void* data, size_t size) {
+  if (data == nullptr || size == 0) return -1;
+  Peer& peer = *client.peer;
+  std::lock_guard<Mutex> lock(peer.mutex);
+  if (!peer.failure.empty()) return -1;
+  std::string_view rest(static_cast<const char*>(data), size);
+  if (peer.outbox.empty()) {
+    short awaits = 0;
+    if (!Push(client, rest, awaits)) return -1;
+    if (rest.empty()) return static_cast<ssize_t>(size);
+    set_reading_(client, false);
+    watch_.Watch(client.fd, awaits);
+  }
+  peer.outbox.Add(rest, MonotonicMs() + limit_ms_);
+  watch_.RingWithin(limit_ms_);
+  return static_cast<ssize_t>(size);
+}
+
+/// Sends from the front of `bytes` as far as the peer takes them, which leaves what its next taking
+/// `awaits`. False where the peer has gone.
+bool PeerLimits::Push(Client& client, std::string_view& bytes, short& awaits) {
+  while (!bytes.empty()) {
+    const ssize_t n = TrySend(client, bytes, awaits);
+    if (n > 0) {
+      bytes.remove_prefix(static_cast<size_t>(n));
+    } else if (awaits != 0) {
+      return true;
+    } else {
+      Fail(client, std::string("cannot send: ") + std::strerror(errno));
+      return false;
+    }
+  }
+  return true;
+}
+
+ssize_t PeerLimits::TrySend(const Client& client, std::string_view bytes, short& awaits) const {
+  if (tls_ != nullptr) {
+    const size_t size = std::min<size_t>(bytes.size(), INT_MAX);
+    const OpenSslImpl::Step step = tls_->SendStep(client.fd, bytes.data(), size);
+    awaits = step.awaits;
+    return step.result;
+  }
+  const ssize_t n = send(client.fd, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  const bool waits = n < 0 && (errno == EAGAIN || errno == EINTR);
+  awaits = waits ? POLLOUT : 0;
+  return n;
+}
+
+bool PeerLimits::Flush(Client& client) {
+  Peer& peer = *client.peer;
+  std::lock_guard<Mutex> lock(peer.mutex);
+  if (!peer.failure.empty()) return false;
+  const size_t before = peer.outbox.bytes().size();
+  std::string_view rest = peer.outbox.bytes();
+  short awaits = 0;
+  if (!Push(client, rest, awaits)) return false;
+  const size_t left = rest.size();
+  peer.outbox.Take(before - left);
+  if (left > 0) {
+    watch_.Watch(client.fd, awaits);
+    return false;
+  }
+  if (client.closing) EndSending(client);
+  set_reading_(client, true);
+  return true;
+}
+
+void PeerLimits::Close(Client& client) {
+  Peer& peer = *client.peer;
+  std::lock_guard<Mutex> lock(peer.mutex);
+  peer.close_until = MonotonicMs() + limit_ms_;
+  watch_.RingWithin(limit_ms_);
+  if (peer.outbox.empty()) EndSending(client);
+}
+
+/// Where there is no room for the close-notify just now, it goes out when there is.
+void PeerLimits::EndSending(const Client& client) {
+  pollfd peer = {client.fd, POLLOUT, 0};
+  if (tls_ != nullptr && poll(&peer, 1, 0) == 0) {
+    watch_.Watch(client.fd, POLLOUT);
+    return;
+  }
+  if (tls_ != nullptr) tls_->SendCloseNotify(client.fd, 0);
+  shutdown(client.fd, SHUT_WR);
+}
+
+// ---- Receiving ----
+
+ssize_t PeerLimits::Receive(Client& client, void* buffer, size_t size) {
+  if (tls_ == nullptr) {
+    const ssize_t n = recv(client.fd, buffer, size, MSG_DONTWAIT);
+    if (n < 0 && errno == EINTR) errno = EAGAIN;
+    return n;
+  }
+  const OpenSslImpl::Step step = tls_->RecvStep(client.fd, buffer, size);
+  if (step.awaits == POLLOUT) watch_.Watch(client.fd, POLLOUT);
+  Peer& peer = *client.peer;
+  std::lock_guard<Mutex> lock(peer.mutex);
+  if (!step.in_record) {
+    peer.record_until = Outbox::kNever;
+  } else if (peer.record_until == Outbox::kNever) {
+    peer.record_until = MonotonicMs() + limit_ms_;
+    watch_.RingWithin(limit_ms_);
+  }
+  if (step.awaits != 0) errno = EAGAIN;
+  return step.result;
+}
+
+PeerLimits::Turn PeerLimits::TurnOf(Client& client, std::string& why) {
+  Peer& peer = *client.peer;
+  std::lock_guard<Mutex> lock(peer.mutex);
+  why = peer.failure;
+  if (!why.empty()) return Turn::kTakeOut;
+  return peer.outbox.empty() ? Turn::kRead : Turn::kWait;
+}
+
+// ---- Failing ----
+
+void PeerLimits::Expire(Client& client, int64_t now, int64_t& next) {
+  Peer& peer = *client.peer;
+  std::lock_guard<Mutex> lock(peer.mutex);
+  if (!peer.failure.empty()) return;
+  if (peer.outbox.until() <= now) {
+    Fail(client, "answer not taken in time");
+  } else if (peer.record_until <= now) {
+    Fail(client, "record not completed in time");
+  } else if (peer.close_until <= now) {
+    Fail(client, "connection not closed in time");
+  } else {
+    next = std::min({next, peer.outbox.until(), peer.record_until, peer.close_until});
+  }
+}
+
+/// With the client's lock held.
+void PeerLimits::Fail(Client& client, std::string why) {
+  client.peer->failure = std::move(why);
+  shutdown(client.fd, SHUT_RDWR);
+  set_reading_(client, true);
+}
+
+}  // namespace util
+}  // namespace hvn
