@@ -31,8 +31,8 @@ using namespace hvn::util;  // as nobody should: for the sake of as many short l
 void Beat();
 void Consume(int fd);
 void Consume(const unsigned char* bytes, unsigned int count);
-void Forget(const std::string& interface);
 void Handle(const std::string& line);
+void LookAgainAt(const std::string& interface);
 void Note(const std::string& interface);
 bool OnData(int server, int client, std::string path, void* data, size_t size);
 bool PollAgain();
@@ -52,7 +52,7 @@ void ListLeases() {
 }
 
 void ReadEvent(EventDic& event) {
-  if (event.type_ == EventDic::kEventDelLink) Forget(event.GetParam(EventDic::kIfName));
+  if (event.type_ == EventDic::kEventDelLink) LookAgainAt(event.GetParam(EventDic::kIfName));
 }
 
 void WatchDescriptor(int fd) {
@@ -69,6 +69,15 @@ void FetchPage() {
   if (request.Start(body) == hvn::kSuccess) Consume(body.data(), body.length());
 }
 
+void FetchPageWithLimits() {
+  HttpRequest request;
+  request.url_ = "http://192.168.1.10/status";
+  Buffer body;
+  request.SetLimits(2000, 10000, 1 << 20);
+  request.Start(body);
+  if (request.status_code() == 200) Consume(body.data(), body.length());
+}
+
 int ParsePort(const std::string& text) {
   bool failed = false;
   int port = Misc::StoiWithException(text, failed);
@@ -80,6 +89,14 @@ void WatchNetwork() {
   NetworkManager network;
   for (const auto& name : NetworkManager::GetIfNames()) Show(network.GetMacAddress(name));
   network.SetEventCb([](EventDic& event) { Note(event.GetParam(EventDic::kIfName)); });
+}
+
+void WatchLinks() {
+  NetworkManager network;
+  for (const auto& name : NetworkManager::GetIfNames()) Show(network.GetMacAddress(name));
+  network.SetEventCb([](EventDic& event) {
+    if (event.type_ == EventDic::kEventNewLink) Note(event.GetParam(EventDic::kIfName));
+  });
 }
 
 void RememberSetting() {
@@ -102,6 +119,18 @@ void AskServer() {
   option.connect_timeout_us = 2000000;
   SocketClient client("", Socket::kTcp, Socket::kIpv6, "::1;8443", option);
   if (client.is_connected()) client.Send(std::string("ifaces\n"));
+}
+
+void EchoWithLimits() {
+  // clang-format off
+  SocketServer::SocketServerOption option;
+  option.peer_timeout_ms = 5000;
+  SocketServer echo("::;7007", Socket::kTcp, Socket::kIpv6,
+                    [&echo](int, int, std::string, void* data, size_t size) {
+                      return echo.Reply(data, size) >= 0;
+                    }, nullptr, option);
+  // clang-format on
+  Work();
 }
 
 void Echo() {
@@ -152,6 +181,11 @@ void RunThread() {
 void WaitUntilReady(Mutex& mutex, Condition& condition, const bool& ready) {
   std::lock_guard<Mutex> lock(mutex);
   while (!ready) condition.WaitUntil(mutex, 500000);
+}
+
+void BeatFromTheStart() {
+  Timer heartbeat(
+      "heartbeat", [] { Beat(); }, 30000000, true);
 }
 
 void StartHeartbeat() {

@@ -12,12 +12,14 @@ namespace util {
 
 /// One network change: its kind and a small dictionary of texts.
 ///
-///     if (event.type_ == EventDic::kEventDelLink) Forget(event.GetParam(EventDic::kIfName));
+///     if (event.type_ == EventDic::kEventDelLink) LookAgainAt(event.GetParam(EventDic::kIfName));
 ///
 /// Lives for the dispatch of one netlink message; every subscriber in turn gets the same record.
 class HUTIL_EXPORT EventDic {
  public:
-  /// The kind of rtnetlink(7) message. kEventGetRule never comes: such a message is kEventDelRule.
+  /// The kind of rtnetlink(7) message. kEventDelLink comes for a port that leaves a bridge too,
+  /// with the interface still there. The kinds about neighbours and kEventGetRule never come (a
+  /// message of the latter's kind is kEventDelRule), nor those about IPv6 rules.
   enum EventType : int32_t {
     kEventNone = 0,
     kEventNewLink = 256,
@@ -52,7 +54,7 @@ class HUTIL_EXPORT EventDic {
   enum Param : int32_t {
     kMacAddress = 8,        ///< "aa:bb:cc:dd:ee:ff".
     kBroadcastAddress = 9,  ///< Link-layer broadcast address, in the same form.
-    kIfName = 10,           ///< Interface name; empty where the interface is gone.
+    kIfName = 10,           ///< Interface name; empty where the interface is gone, and for rules.
     kNetState = 11,         ///< "NetStateDown" for a link that is down, dormant or up.
     kIpVersion = 12,        ///< "4" or "6".
   };

@@ -35,7 +35,8 @@ enum FdType : int {
 /// Remove (their own descriptor too); a change takes effect from the loop's next pass. They must
 /// not throw, and must consume what made the descriptor readable. Remove a descriptor before
 /// closing it: a closed one makes select fail, and the loop log, until it is removed.
-/// Descriptors that an fd_set cannot hold (below 0, or 1024 and up) are kept but never waited for.
+/// A signal that is taken on the loop's thread makes select fail once too. Descriptors that an
+/// fd_set cannot hold (below 0, or 1024 and up) are kept but never waited for.
 class HUTIL_EXPORT FdMonitor {
  public:
   using Callback = std::function<void(int, FdType)>;

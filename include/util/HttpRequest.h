@@ -19,38 +19,57 @@ namespace util {
 ///     HttpRequest request;
 ///     request.url_ = "http://192.168.1.10/status";
 ///     Buffer body;
-///     if (request.Start(body) == hvn::kSuccess) Consume(body.data(), body.length());
+///     request.SetLimits(2000, 10000, 1 << 20);
+///     request.Start(body);
+///     if (request.status_code() == 200) Consume(body.data(), body.length());
 ///
-/// The server's certificate chain is not verified. libcurl's defaults hold for the rest: no time
-/// limit, no redirects. Every operation: owner; different objects are independent.
+/// The server's certificate chain is not verified but after VerifyPeer. libcurl's defaults hold for
+/// the rest: no time limit (see SetLimits), no redirects. Different objects are independent.
 class HUTIL_EXPORT HttpRequest {
  public:
   /// kNone runs nothing.
   enum Method : int { kNone = 0, kGet = 1, kPost = 2 };
 
-  /// Makes the libcurl handle; where that fails, Start does.
+  /// Makes the libcurl handle; where that fails, Start does. Owner.
   HttpRequest();
-  /// Releases the handle and its connection.
+  /// Releases the handle and its connection. Owner.
   ~HttpRequest();
   HttpRequest(const HttpRequest&) = delete;
   HttpRequest& operator=(const HttpRequest&) = delete;
 
   /// Sets the method and, for kPost, the body, which ends at its first NUL. Any value but kNone
-  /// and kPost means GET.
+  /// and kPost means GET. Owner.
   void SetMethod(Method method, std::string body);
+  /// Bounds each later request: to connect within `connect_ms` and to be over within `total_ms`
+  /// milliseconds, and to take no body of more than `max_body` bytes; 0 each means no such bound.
+  /// Such a request fetches by http and https only and uses no signals. One that breaks a bound
+  /// fails as any transfer does, with at most `max_body` bytes in its buffer. Owner. See
+  /// CURLOPT_TIMEOUT_MS(3).
+  void SetLimits(long connect_ms, long total_ms, size_t max_body);
+  /// Lets each later HTTPS request succeed only with a server whose certificate chain ends in a
+  /// root of the PEM file `ca_file`, or of the system's where that is empty; its name is checked in
+  /// any case. Owner. See CURLOPT_CAINFO(3).
+  void VerifyPeer(std::string ca_file);
+  /// The status of the last request's answer, such as 200 or 404; 0 where none came, or none whole.
+  /// Owner.
+  int status_code() const { return status_code_; }
   /// Runs the request and fills `out`, which is emptied first, with the response's body, an error
   /// page included. kFailure, silently, without a URL, a method or a handle. kSuccess otherwise,
   /// also where the transfer failed: that is logged (3) and leaves `out` empty or partial. Traces
-  /// at 7, each header line among them. See libcurl-easy(3).
+  /// at 7, each header line among them. Owner. See libcurl-easy(3).
   hvn::Result Start(Buffer& out);
 
-  /// Appends to the buffer of the running Start; for libcurl's use.
+  /// Appends to the buffer of the running Start, unless that makes it too long; for libcurl's use.
+  /// Owner.
   size_t WriteFuntion(void* data, size_t size);
-  /// libcurl's write callback; see CURLOPT_WRITEFUNCTION(3).
+  /// libcurl's write callback; see CURLOPT_WRITEFUNCTION(3). Owner.
   static size_t CurlWritefunction(void* data, size_t size, size_t nmemb, HttpRequest* self);
 
  private:
   void SetBody();
+  void SetBounds();
+  void SetTrust();
+  void ReadStatus();
   void SetHeaders();
   void FreeHeaders();
 
@@ -58,6 +77,13 @@ class HUTIL_EXPORT HttpRequest {
   curl_slist* header_list_ = nullptr;
   std::string body_;  ///< The handle refers to it from one POST to the next.
   Method method_ = kGet;
+  bool is_limited_ = false;
+  long connect_ms_ = 0;
+  long total_ms_ = 0;
+  size_t max_body_ = 0;
+  bool verifies_ = false;
+  std::string ca_file_;
+  int status_code_ = 0;
 
  public:
   std::string user_agent_;  ///< Sent with each request; empty sends none.

@@ -20,7 +20,9 @@ class NetworkMonitor;
 ///
 ///     NetworkManager network;
 ///     for (const auto& name : NetworkManager::GetIfNames()) Show(network.GetMacAddress(name));
-///     network.SetEventCb([](EventDic& event) { Note(event.GetParam(EventDic::kIfName)); });
+///     network.SetEventCb([](EventDic& event) {
+///       if (event.type_ == EventDic::kEventNewLink) Note(event.GetParam(EventDic::kIfName));
+///     });
 ///
 /// Interface operations go through netdevice(7) requests on a socket of their own. They log at 3 an
 /// empty name, a socket that cannot be had and a failed request; a name counts up to 16 bytes.
@@ -33,11 +35,20 @@ class HUTIL_EXPORT NetworkManager {
 
   /// Passes each network change from now on to `cb`, in place of this object's earlier callback.
   /// Called on the monitor's thread under its lock: `cb` must neither subscribe nor unsubscribe. An
-  /// empty one is skipped.
-  /// Not undone by the destructor. Any thread.
+  /// empty one is skipped. The destructor does not undo it: call UnsetEventCb first. Any thread.
   void SetEventCb(EventCallback cb);
   /// Ends it: when this returns, the callback has returned and is not called again. Any thread.
   void UnsetEventCb();
+
+  /// Calls `cb`, in place of this object's earlier one, whenever changes came faster than they were
+  /// read and some are lost: read the interfaces afresh, or call Resync. Called as SetEventCb's and
+  /// under the same lock. From the first call on the monitor's socket has a larger buffer, so that
+  /// this is rarer. An empty one ends it; the destructor does not. Any thread.
+  void SetLossCb(std::function<void()> cb);
+  /// Has the kernel list all links and then all addresses, which every subscriber hears of as of
+  /// new ones, on the monitor's thread. What is asked for while a listing is under way is one more
+  /// after it. May be called from callbacks. Failures are logged at 3. Any thread.
+  void Resync();
 
   /// The hardware address as "AA:BB:CC:DD:EE:FF", or empty. Any thread.
   std::string GetMacAddress(std::string ifname);
@@ -48,6 +59,8 @@ class HUTIL_EXPORT NetworkManager {
   /// With ARP, neither loopback nor wireless: bridges and VLANs count too. Any thread.
   bool IsEthernetDevice(std::string ifname);
   static bool IsUpState(std::string ifname);  ///< IFF_UP is set. Any thread.
+  /// IFF_RUNNING is set: the interface is up and has its cable, or whatever carries it. Any thread.
+  static bool IsRunning(std::string ifname);
 
   /// Runs the netdevice(7) `request` for `ifname` on `ifr`, which the caller has zeroed and which
   /// holds the answer after. False where it failed. Any thread.
@@ -55,18 +68,21 @@ class HUTIL_EXPORT NetworkManager {
   /// Sets IFF_UP, also where it is set already; `ifr`, zeroed, holds the flags after. Any thread.
   static bool WakeUpIfNeeded(std::string ifname, ifreq& ifr);
 
-  /// Brings the interface up and sets its IPv4 address; logs success at 7. Text that is no address
-  /// counts as 0.0.0.0, which takes the address away: see IsValidAddress. Any thread.
+  /// Brings the interface up and sets its IPv4 address; logs success at 7. Reads the text as
+  /// inet_aton(3) does ("10.1" is 10.0.0.1); one that is no address counts as 0.0.0.0, which takes
+  /// the address away: see IsValidAddress. Any thread.
   static bool SetIpAddress(std::string ifname, std::string ip);
-  /// The same for the IPv4 netmask. Any thread.
+  /// The same for the IPv4 netmask: text that is none sets 0.0.0.0, with which every address is in
+  /// the interface's subnet. Any thread.
   static bool SetSubnetMask(std::string ifname, std::string mask);
-  /// The IPv4 address or, with `ipv6`, the first global IPv6 address, uncompressed
+  /// The IPv4 address or, with `ipv6`, the first IPv6 address that begins with 2, uncompressed
   /// ("2001:0db8:0000:...:0001"), which never logs. False with `out` empty where there is none. Any
   /// thread.
   static bool GetIpAddress(std::string ifname, std::string& out, bool ipv6);
   /// The IPv4 netmask. False with `out` untouched where there is none. Any thread.
   static bool GetSubnetMask(std::string ifname, std::string& out);
-  /// Every interface once, in bytewise order; empty, logged, on failure. Any thread. See
+  /// Every interface that has an address of IP or of the link layer once, and every label of an
+  /// IPv4 address ("eth0:1") too, in bytewise order; empty, logged, on failure. Any thread. See
   /// getifaddrs(3).
   static std::vector<std::string> GetIfNames();
 

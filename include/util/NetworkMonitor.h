@@ -14,6 +14,7 @@
 namespace hvn {
 namespace util {
 
+class NetlinkListing;
 class NetworkManager;
 
 /// Hears the kernel's rtnetlink(7) notifications and passes each on, as an EventDic, to the
@@ -27,7 +28,8 @@ class HUTIL_EXPORT NetworkMonitor {
   static NetworkMonitor* GetInstance();
 
   /// Opens the netlink socket and registers it with the registry's first FdMonitor. Where either
-  /// fails (logged), nothing is ever called back. Owner.
+  /// fails (logged), such as with 1024 descriptors open, and where that monitor has no thread,
+  /// nothing is ever called back. Owner.
   NetworkMonitor();
   /// Unregisters and closes the socket; only when no event can be under way. Owner.
   ~NetworkMonitor();
@@ -35,7 +37,8 @@ class HUTIL_EXPORT NetworkMonitor {
   NetworkMonitor& operator=(const NetworkMonitor&) = delete;
 
   /// Reads one datagram from `fd`, decodes its messages and calls back for each. A failed read (an
-  /// overrun of the receive buffer among them) is logged; later notifications still arrive. A
+  /// overrun of the receive buffer among them, which NetworkManager::SetLossCb tells of) is logged;
+  /// later notifications still arrive. A
   /// message below 32 bytes (logged) or of a wrong length (silent) ends the datagram. Hardware
   /// addresses and looked-up names log at 7. Loop thread.
   void FdCallback(int fd, FdType type);
@@ -43,17 +46,23 @@ class HUTIL_EXPORT NetworkMonitor {
  private:
   friend class NetworkManager;
   using EventCallback = std::function<void(EventDic&)>;
+  using LossCallback = std::function<void()>;
 
   void SetCallback(void* owner, EventCallback callback);
   void RemoveCallback(void* owner);
+  void SetLossCallback(void* owner, LossCallback callback);
+  void Resync();
   void Dispatch(EventDic& event);
+  void DispatchLoss();
 
   static NetworkMonitor* s_ins_;
 
   std::map<void*, EventCallback> callbacks_;
-  Mutex mutex_;  ///< Guards callbacks_; held while they run.
+  std::map<void*, LossCallback> loss_callbacks_;
+  Mutex mutex_;  ///< Guards both maps; held while what is in them runs.
   std::unique_ptr<Socket> socket_;
   FdMonitor* fd_monitor_ = nullptr;
+  std::unique_ptr<NetlinkListing> listing_;
 };
 
 }  // namespace util

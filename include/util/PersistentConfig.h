@@ -20,7 +20,7 @@ namespace util {
 /// 1 MiB is neither read nor written, and nothing keeps SaveData from making it so: all later calls
 /// fail then, silently. Both operations create the file where it is missing.
 ///
-/// The file is rewritten in place and synchronously, in one write(2); other processes are not
+/// SaveData rewrites the file in place and synchronously, in one write(2); other processes are not
 /// locked out. A process killed meanwhile leaves the old file, the new one, or a new one that is
 /// shorter with the rest of the old behind it; above 4096 bytes also the beginning of the new one
 /// in front of the rest of the old, cut between two pages. A loss of power can leave such mixtures
@@ -33,6 +33,14 @@ class HUTIL_EXPORT PersistentConfig {
   /// A short write is only logged. What cannot be read (no memory, a failing medium) counts as not
   /// there and is not written back. A change logs the whole new file at 7. Any thread.
   static hvn::Result SaveData(std::string key, std::string value);
+  /// SaveData by way of a new file, "persistent_data.conf.new", that takes the old one's place,
+  /// with its owner and mode: whatever happens (SIGKILL, a loss of power, a full medium), the old
+  /// settings or the new ones are there whole, and the result says which: kSuccess only where the
+  /// new ones are on the medium. Processes that save in this way only wait for one another, for
+  /// some seconds at the most, and lose none of each other's settings. kFailure too for a file that
+  /// is a link or mounted on its own, or would exceed 1 MiB; every failure is logged (3). Values
+  /// are not logged. Any thread. See rename(2) and flock(2) of the folder.
+  HUTIL_NODISCARD static hvn::Result SaveDataAtomically(std::string key, std::string value);
   /// The value on the first line of `key`, which may be empty. Empty too where there is none, where
   /// the file is too large and where it cannot be opened (logged, 3). Any thread.
   static std::string LoadData(std::string key);

@@ -27,10 +27,10 @@ struct Sender;
 /// of an interface binds to that device. kUnix takes a file name, or an abstract name behind a NUL.
 /// kNetlink takes none. The port of a kIpv4 path is for Connect and SendTo only: binding an IPv4
 /// path always takes an ephemeral port.
-/// Every operation: owner, except that sends and receives of several threads may overlap; those
-/// that name their descriptor, IsMulticast and Bind: any thread. Failures log at priority 3 unless
-/// said otherwise; without a descriptor all but Recv, BindToDevice and GetTcpInfo fail silently.
-/// Nothing calls back. Ignore SIGPIPE in the process: sends do not suppress it.
+/// Sends and receives of several threads may overlap. Failures log at priority 3 unless said
+/// otherwise; without a descriptor all but Recv, BindToDevice and GetTcpInfo fail silently. Nothing
+/// calls back. Ignore SIGPIPE in the process: sends without a limit raise it. Descriptors that the
+/// library makes are close-on-exec.
 class HUTIL_EXPORT Socket {
  public:
   enum Protocol : unsigned char { kTcp = 1, kUdp = 2, kRaw = 3 };
@@ -53,41 +53,43 @@ class HUTIL_EXPORT Socket {
     uint32_t rcv_rtt, rcv_space, total_retrans;
   };
 
-  /// Works on `fd`, which stays the caller's: it is neither shut down nor closed here.
+  /// Works on `fd`, which stays the caller's: it is neither shut down nor closed here. Owner.
   Socket(int fd, Protocol protocol, Domain domain);
   /// Creates, tunes and binds a descriptor as Init says; fd() is -1 where that failed. An empty
-  /// `path` binds nothing.
+  /// `path` binds nothing. Owner.
   Socket(std::string path, Protocol protocol, Domain domain, SocketOption option);
   /// Removes the socket file of a kUnix path; shuts down (TCP; a failure logs at 4) and closes an
-  /// owned descriptor (logs at 6, a failure at 3). Closing a TCP connection resets it.
+  /// owned descriptor (logs at 6, a failure at 3). Closing a TCP connection resets it. Owner.
   ~Socket();
   Socket(const Socket&) = delete;
   Socket& operator=(const Socket&) = delete;
 
   /// What the path constructor runs: socket(2), buffer sizes, SO_LINGER 0 for TCP, SO_REUSEADDR,
   /// bind(2) or BindToDevice. A stale socket file is removed first; a Unix path above 108 bytes is
-  /// ENAMETOOLONG. kFailure leaves no descriptor, or the earlier one where no other could be made.
-  /// Logs success at 6, its steps at 7. Not for adopted descriptors.
+  /// ENAMETOOLONG. kFailure leaves no descriptor. A second call makes a second descriptor and
+  /// leaves the first one to whoever has noted its number. Logs success at 6, its steps at 7. Not
+  /// for adopted descriptors. Owner.
   hvn::Result Init();
   /// Splits `path` by the grammar above; port 0 where it names none. Logs success at 7. kFailure,
   /// logged only for a port that is not all digits, leaves what was read so far in both; for an
-  /// empty path and a domain without the grammar it leaves them alone.
+  /// empty path and a domain without the grammar it leaves them alone. Any thread.
   hvn::Result GetIpAndPortByPath(std::string path, std::string& ip, int& port);
-  /// Does nothing and returns kSuccess: binding is the constructor's.
+  /// Does nothing and returns kSuccess: binding is the constructor's. Any thread.
   hvn::Result Bind(std::string ip, unsigned short port);
-  /// Whether the IPv4 text `ip` starts with 224 to 239. Never logs.
+  /// Whether the IPv4 text `ip` starts with 224 to 239. Never logs. Any thread.
   bool IsMulticast(std::string ip);
   /// Lets a TCP socket accept; kSuccess for other protocols. A failure closes the descriptor and
-  /// logs at 7. See listen(2).
+  /// logs at 7. Owner. See listen(2).
   hvn::Result Listen(int backlog);
   /// Sets or clears O_NONBLOCK. kFailure; logged, at 4, only where fcntl(2) refuses the flags.
+  /// Owner.
   hvn::Result SetNonBlock(bool on);
-  /// Sets TCP_NODELAY; kFailure, silently, for other protocols. See tcp(7).
+  /// Sets TCP_NODELAY; kFailure, silently, for other protocols. Owner. See tcp(7).
   hvn::Result SetTCPNoDelay(bool on);
-  /// Sets SO_REUSEADDR. See socket(7).
+  /// Sets SO_REUSEADDR. Owner. See socket(7).
   hvn::Result SetReuseAddress();
   /// Binds to the interface `ifname`; false where there is none of that name. Logs success at 7.
-  /// See SO_BINDTODEVICE in socket(7).
+  /// Owner. See SO_BINDTODEVICE in socket(7).
   bool BindToDevice(std::string ifname);
 
   /// Connects to `dest` within `timeout_us` microseconds (0 or less: no limit). A multicast `dest`
@@ -96,14 +98,16 @@ class HUTIL_EXPORT Socket {
   /// fails (logged at 7), select(2) cannot hold the descriptor (logged) or GetIpAndPortByPath
   /// fails, and always for kNetlink. Steps and success log at 7, a join at 6. With a limit the
   /// socket is blocking again after the wait, and stays non-blocking after an immediate refusal.
-  /// See connect(2).
+  /// Owner. See connect(2).
   hvn::Result Connect(std::string dest, int timeout_us);
 
-  /// Sends all of `size` bytes on `fd` and returns their count. While the kernel has no room, or
-  /// the peer is gone (EPIPE), tries again every 100 ms, ten times at most. Otherwise the count
-  /// sent so far or, where nothing went out, -errno; -1, silently, for bad arguments. Each retry
-  /// (logged at 7) moves the position back by one byte: up to ten bytes in front of `data` may go
-  /// out too. See send(2).
+  /// Sends all of `size` bytes on `fd`. While the kernel has no room (on a non-blocking
+  /// descriptor), or the peer is gone (EPIPE, which raises SIGPIPE), tries again every 100 ms, ten
+  /// times at most. Each retry (logged at 7) moves the position back by one byte: a byte goes out
+  /// again and, where the very first send is retried, so do up to ten bytes in front of `data`,
+  /// which must be the caller's to send. Returns the count of bytes sent less that of retries or,
+  /// where that is not above 0, -errno; -1, silently, for bad arguments. See SetSendLimit for sends
+  /// that do none of this. Any thread. See send(2).
   ssize_t SendTo(int fd, const void* data, size_t size);
   ssize_t SendTo(int fd, void* data, size_t size);
   ssize_t SendTo(int fd, std::string data);
@@ -111,30 +115,32 @@ class HUTIL_EXPORT Socket {
   /// while the kernel has no room (logged each time). Any other failure is logged and ends it with
   /// the count so far, 0 included. -1 for a bad argument and for a path without an address, which
   /// is logged where a port is not all digits or a file's name too long. A kIpv6 socket sends to
-  /// the path's port of "::" whatever address the path names. See sendto(2).
+  /// the path's port of "::" whatever address the path names. Any thread. See sendto(2).
   ssize_t SendTo(std::string path, const void* data, size_t size);
   ssize_t SendTo(std::string path, void* data, size_t size);
   ssize_t SendTo(std::string path, std::string data);
-  /// SendTo on this socket's descriptor.
+  /// SendTo on this socket's descriptor. Any thread.
   ssize_t Send(const void* data, size_t size);
   ssize_t Send(void* data, size_t size);
   ssize_t Send(std::string data);
 
   /// Reads up to `size` bytes; bit 0 of `flags` peeks, the others are ignored. recv's result; 0 and
-  /// errors are logged. -1 without a descriptor or buffer. See recv(2).
+  /// errors are logged. -1 without a descriptor or buffer. Any thread. See recv(2).
   ssize_t Recv(void* buf, size_t size, int flags);
   /// Recv after waiting at most `timeout_us` microseconds: -ETIME when they ran out, -errno where
-  /// the wait failed, -1 where select(2) cannot hold the descriptor; all three are logged.
+  /// the wait failed, -1 where select(2) cannot hold the descriptor; all three are logged. Any
+  /// thread.
   ssize_t RecvTimedWait(void* buf, size_t size, uint64_t timeout_us, int flags);
   /// Accepts a connection, close-on-exec, and describes the peer in `path`: "IP:PORT" for IPv4,
   /// "IP;PORT" for IPv6, the peer's socket file for kUnix. The descriptor, now the caller's, or
-  /// accept4's failure, which is not logged; 0 for a netlink socket. See accept4(2).
+  /// accept4's failure, which is not logged; 0 for a netlink socket. Owner. See accept4(2).
   int Accept(std::string& path);
-  /// Logs the connection's figures at 7; `info` is not written. False where there are none.
+  /// Logs the connection's figures at 7; `info` is not written. False where there are none. Any
+  /// thread.
   bool GetTcpInfo(TcpInfo& info);
 
   /// This socket's descriptor, still its own, or -1; what it was made from; whether a Connect has
-  /// succeeded.
+  /// succeeded. Owner.
   int fd() const { return fd_; }
   const std::string& path() const { return path_; }
   Protocol protocol() const { return protocol_; }

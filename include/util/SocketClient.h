@@ -22,9 +22,9 @@ namespace util {
 ///     SocketClient client("", Socket::kTcp, Socket::kIpv6, "::1;8443", option);
 ///     if (client.is_connected()) client.Send(std::string("ifaces\n"));
 ///
-/// It does not connect again: build another one. Every operation: owner, except that in clear one
-/// thread may send while another receives (with TLS a waiting Recv holds up every Send). A wrapper
-/// is not told when the client goes: call RemoveClient(fd()) before.
+/// It does not connect again: build another one. In clear one thread may send while another
+/// receives; with TLS a waiting Recv holds up every Send. A wrapper is not told when the client
+/// goes: call RemoveClient(fd()) before.
 class HUTIL_EXPORT SocketClient : public Socket {
  public:
   struct SocketClientOption {
@@ -37,20 +37,21 @@ class HUTIL_EXPORT SocketClient : public Socket {
   };
 
   /// Binds to `path` (usually empty), connects to `dest` and runs the TLS handshake where a wrapper
-  /// is given; that one has no time limit and is tried in any case. UDP and raw sockets of the IP
-  /// domains are not connected: use SendTo with a path. is_connected() tells whether the connection
-  /// stands; a failed handshake shows at the first Send. Logs the limit at 7; Socket and SslWrapper
-  /// log the failures.
+  /// is given, which is tried in any case, with no time limit but SslWrapper::SetTimeLimit's. UDP
+  /// and raw sockets of the IP domains are not connected: use SendTo with a path. is_connected()
+  /// tells whether the connection stands; a failed handshake shows at the first Send. Logs the
+  /// limit at 7; Socket and SslWrapper log the failures. Owner.
   SocketClient(std::string path, Socket::Protocol protocol, Socket::Domain domain, std::string dest,
                SocketClientOption option);
 
-  /// Sends as SslWrapper::Send or Socket::Send does. -1 with a log line (3) while unconnected.
+  /// Sends as SslWrapper::Send or Socket::Send does. -1 with a log line (3) while unconnected. Any
+  /// thread.
   ssize_t Send(const void* data, size_t size);
   ssize_t Send(std::string data);
   ssize_t Send(void* data, size_t size);
-  /// Receives as SslWrapper::Recv or Socket::Recv does.
+  /// Receives as SslWrapper::Recv or Socket::Recv does. Any thread.
   ssize_t Recv(void* buf, size_t size);
-  /// Socket::RecvTimedWait; -1 at once with TLS, which offers no timed receive.
+  /// Socket::RecvTimedWait; -1 at once with TLS, which offers no timed receive. Any thread.
   ssize_t RecvTimedWait(void* buf, size_t size, uint64_t timeout_us, int flags);
 
  private:

@@ -25,16 +25,18 @@ class ServerGuard;
 
 /// A listening socket that serves its clients, or its datagrams, on an event loop of its own.
 ///
+///     SocketServer::SocketServerOption option;
+///     option.peer_timeout_ms = 5000;
 ///     SocketServer echo("::;7007", Socket::kTcp, Socket::kIpv6,
-///                       [&echo](int, int client, std::string, void* data, size_t size) {
-///                         return echo.SendTo(client, data, size) >= 0;
-///                       }, nullptr);
+///                       [&echo](int, int, std::string, void* data, size_t size) {
+///                         return echo.Reply(data, size) >= 0;
+///                       }, nullptr, option);
 ///
-/// Both callbacks run on the loop's thread with no lock held, all clients after one another: they
-/// must not block it for long. No callback runs after the destructor has returned. A TLS handshake
-/// runs on that thread too, and a peer that is silent in it, or within a record, holds all clients
-/// up: set SO_RCVTIMEO (see socket(7)) on fd(), which they inherit. A callback gets 8192 bytes at
-/// the most: a longer message of a stream comes in several, a longer datagram is cut.
+/// All callbacks run on the loop's thread with no lock held, all clients after one another: they
+/// must not block it for long. None runs after the destructor has returned. Without a time limit
+/// for peers, one that is silent in its TLS handshake or within a record, or does not read its
+/// answer, holds all clients up. A callback gets 8192 bytes at the most: a longer message of a
+/// stream comes in several, a longer datagram is cut.
 class HUTIL_EXPORT SocketServer : public Socket {
  public:
   /// Gets the server's descriptor, the client's (0 for a datagram), the peer's path ("IP:PORT" for
@@ -48,12 +50,18 @@ class HUTIL_EXPORT SocketServer : public Socket {
   struct SocketServerOption {
     Socket::SocketOption socket_option;  ///< Of the listening socket; clients inherit the sizes.
     int backlog = 5;  ///< Connections that may wait to be accepted; see listen(2).
-    /// Milliseconds above 0: the loop waits for no peer, and a client that keeps it waiting longer
-    /// than that is taken out.
+    /// Milliseconds. Above 0 the loop waits for no peer: a client that has not finished a TLS
+    /// handshake, a record that it has begun, or the taking of an answer within that time (each as
+    /// a whole, however it drips) is taken out with a log line (3). SendTo and Reply keep what the
+    /// peer does not take at once, and nothing more is read from it until then. Sends raise no
+    /// SIGPIPE. Where descriptors run out, newcomers are turned away. To datagrams it is
+    /// SetSendLimit.
     int peer_timeout_ms = 0;
     /// Closing a client sends what is still to be sent. False: it resets the connection.
     bool linger = false;
-    /// Called on the loop's thread as (server, client, path) for each client that has left.
+    /// Called on the loop's thread as (server, client, path) for each client that has left, by
+    /// whatever road: before another client of this server can have the number, and before the
+    /// server closes it. Not for those that are left when the server goes.
     std::function<void(int, int, std::string)> client_gone_cb;
   };
 
@@ -64,14 +72,18 @@ class HUTIL_EXPORT SocketServer : public Socket {
                SslWrapper* ssl);
   SocketServer(std::string path, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
                SslWrapper* ssl, SocketServerOption option);
+  /// The same for a descriptor of the caller's, bound (it is made to listen) or listening already,
+  /// such as one that systemd passes. It stays the caller's, who closes it after the server's end;
+  /// fd() is -1 where it could not be made to listen (logged, 3). Owner.
   SocketServer(int fd, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
                SslWrapper* ssl);
   SocketServer(int fd, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
                SslWrapper* ssl, SocketServerOption option);
-  /// Ends the loop. Clients still connected are neither closed nor told, but for this: an event
-  /// that lasts longer than a second (a silent peer's handshake, a full send) has the connections
-  /// of all clients shut down. One that another thread took out during its own event is not among
-  /// them, and is waited for. Not to be called from a callback of this server. Owner.
+  /// Ends the loop. Clients still connected are neither closed nor told, and stay known to the
+  /// wrapper. A callback that is running finds none of them any more: its sends return -1. Where it
+  /// lasts longer than a second, the connections that it is about or sends to are shut down, as is
+  /// a handshake. A datagram to a Unix peer that has stopped reading is waited for, unless there is
+  /// a time limit. Not to be called from a callback of this server. Owner.
   ~SocketServer();
 
   /// Sets what is called for each client accepted from now on; ignored unless TCP. Any thread.
@@ -80,14 +92,21 @@ class HUTIL_EXPORT SocketServer : public Socket {
   /// Sends to the client `fd`, through TLS where the server has it, as Socket::SendTo or
   /// SslWrapper::Send does. -1, silently, for a descriptor that is no client's, which another
   /// thread than the loop's may meet for a client that is just going; one that goes during the send
-  /// is closed after it. A UDP server sends on its own descriptor only, which is connected to no
-  /// one. Any thread.
+  /// is closed after it. After any other failure a part may have gone out: only Close remains, or
+  /// RemoveFd, the wrapper's RemoveClient and close(2). A UDP server sends on its own descriptor
+  /// only, which is connected to no one. Any thread.
   ssize_t SendTo(int fd, void* data, size_t size);
   ssize_t SendTo(int fd, std::string data);
-  /// Socket::SendTo: a datagram to the address `path`. Any thread.
+  /// Socket::SendTo: a datagram to the address `path`, which callbacks name in another form for
+  /// IPv4 ("IP:PORT"; here it is "IP;PORT"). For datagram servers only: a listening socket fails
+  /// and tries again without end. Any thread.
   ssize_t SendTo(std::string path, std::string data);
-
+  /// Within a data callback: sends to the client that the data come from, or a datagram to its
+  /// sender, of any domain. As SendTo; -1, silently, anywhere else. Loop thread.
   ssize_t Reply(const void* data, size_t size);
+  /// Ends a connection in order: what was sent arrives, then the TLS close-notify and the end of
+  /// stream. What the client still sends is thrown away. It leaves when it closes its side too, or
+  /// when peer_timeout_ms, if any, is over. False for a descriptor that is no client's. Any thread.
   bool Close(int client);
 
   /// Enters a client; one already known keeps its path, one without a TLS connection is dropped at
@@ -95,7 +114,8 @@ class HUTIL_EXPORT SocketServer : public Socket {
   void AddFd(int fd, std::string path);
   /// Forgets a client without closing `fd`; logs at 7. One last event may be under way, and sends
   /// of other threads go on: close `fd` in its own callback if no other thread sends to it, or when
-  /// the server is gone, after RemoveClient on the wrapper if there is one. Any thread.
+  /// the server is gone, after RemoveClient on the wrapper if there is one. See Close for an end
+  /// that needs no such care. Any thread.
   void RemoveFd(int fd);
   /// What the loop calls for the server's descriptor and each client's; not for callbacks. Loop
   /// thread.

@@ -71,10 +71,10 @@ class HUTIL_EXPORT SslWrapper {
   /// `host` that can be no name. Owner. See SSL_CTX_set_verify(3).
   HUTIL_NODISCARD bool VerifyPeer(std::string host);
   /// Speaks the newest version that OpenSSL and the peer have, TLS 1.3 or 1.2, in place of the one
-  /// asked for, with forward-secret authenticated ciphers only, among which the server chooses. A
-  /// handshake that fails is logged with the peer and the reason from now on. False without a
-  /// context and, logged, where OpenSSL refuses. To be called before SetCipherLists, which then
-  /// chooses among those of TLS 1.2. Owner.
+  /// asked for, with forward-secret authenticated ciphers only, among which the server chooses;
+  /// connections get TCP_NODELAY (see tcp(7)). A handshake that fails is logged with the peer and
+  /// the reason from now on. False without a context and, logged, where OpenSSL refuses. To be
+  /// called before SetCipherLists, which then chooses among those of TLS 1.2. Owner.
   HUTIL_NODISCARD bool UseModernTls();
   /// Ends each later Accept and Connect, and each Send and Recv on what they have connected, after
   /// `timeout_ms` milliseconds at the most, however slowly the peer goes on; such an operation

@@ -16,18 +16,19 @@ namespace util {
 
 /// Runs one callback after a delay, once or again and again, on a thread of its own.
 ///
-///     Timer heartbeat("heartbeat", [] { Beat(); });
-///     heartbeat.Start(30000000, true);
+///     Timer heartbeat("heartbeat", [] { Beat(); }, 30000000, true);
 ///
-/// Arming does not wake the thread: call Start right after construction, since a timer whose thread
-/// waits idle already does not notice. The callback runs with the timer's lock held, so it must
-/// not call Start or Stop of its own timer, and it must not throw. A repeating timer's period runs
-/// from the end of one call to the next.
+/// Arming does not wake the thread, which does not notice it where it waits idle already: arm a
+/// timer as it is made, as above, or use a TimerManager. The callback runs with the timer's lock
+/// held, so it must not call Start or Stop of its own timer, and it must not throw. A repeating
+/// timer's period runs from the end of one call to the next.
 class HUTIL_EXPORT Timer {
  public:
   /// Starts the thread, which logs its number at 7 and echoes it into the kernel log; `name` is not
   /// kept. Where no thread is to be had (logged, 3), the timer never calls back. Owner.
   Timer(std::string name, std::function<void()> callback);
+  /// The same, armed as by Start before the thread runs: no first Start can come too late. Owner.
+  Timer(std::string name, std::function<void()> callback, long long period_us, bool repeat);
   /// Ends the thread; a wait for the next expiry ends in one last call. Called from the timer's own
   /// callback it would wait for itself, for ever. In a forked child, which has no such thread, it
   /// waits for nothing. Owner.
@@ -45,6 +46,7 @@ class HUTIL_EXPORT Timer {
   hvn::Result Loop();
 
  private:
+  void StartThread();
   void Wake();
   void WaitUntilArmed();
   void RunArmed();
@@ -53,7 +55,7 @@ class HUTIL_EXPORT Timer {
   std::atomic<bool> running_;
   std::atomic<bool> armed_;
   std::atomic<bool> repeat_;
-  long long period_us_ = 0;
+  long long period_us_;
   Thread thread_;
   Mutex mutex_;
   Condition condition_;

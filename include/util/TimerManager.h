@@ -20,6 +20,8 @@ class HUTIL_EXPORT TimerManager {
   int AddTask(long long interval_us, TimerService::Callback callback, void* arg);
   /// TimerService::RemoveTask. Any thread.
   bool RemoveTask(int id);
+  /// TimerService::EndTask. Any thread.
+  bool EndTask(int id);
 
  private:
   TimerService* service_;

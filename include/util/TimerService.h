@@ -46,6 +46,9 @@ class HUTIL_EXPORT TimerService {
     Mutex mutex;
     Condition condition;
     bool grown = false;  ///< A task has come since the worker last looked.
+    bool busy = false;   ///< A pass is calling back,
+    uint64_t pass = 0;   ///< the one of this number.
+    Condition idle;      ///< Signalled at the end of a pass.
   };
 
   /// The one service, made at the first call and never destroyed. Any thread.
@@ -65,6 +68,10 @@ class HUTIL_EXPORT TimerService {
   /// thread than the worker's, one last call may be under way or follow, and the callback with what
   /// it holds may live on until the worker's wait is over. Any thread.
   bool RemoveTask(int id);
+  /// RemoveTask that returns only when the task's last call is over: what the callback uses may go
+  /// then. It waits for the pass under way, so it must not be called with a lock held that a
+  /// callback takes. On the worker itself, in a callback, it does not wait. Any thread.
+  bool EndTask(int id);
   /// The body of the worker; not for users. Logs each pass's run time and next wait at 7.
   void ThreadLoop(ThreadInfo* info);
 

@@ -2,6 +2,9 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
+#include <climits>
+#include <cstdint>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -31,10 +34,24 @@ void HttpRequest::SetMethod(Method method, std::string body) {
   body_ = std::move(body);
 }
 
+void HttpRequest::SetLimits(long connect_ms, long total_ms, size_t max_body) {
+  is_limited_ = true;
+  connect_ms_ = connect_ms;
+  total_ms_ = total_ms;
+  max_body_ = max_body;
+}
+
+void HttpRequest::VerifyPeer(std::string ca_file) {
+  verifies_ = true;
+  ca_file_ = std::move(ca_file);
+  if (curl_ != nullptr) curl_easy_reset(curl_);  // or the file of an earlier call would stay
+}
+
 hvn::Result HttpRequest::Start(Buffer& out) {
   HUTIL_LOG(LOG_DEBUG, "%s %d: HttpRequest start \n", kStart, __LINE__);
   out.Clear();
   out_ = &out;
+  status_code_ = 0;
   if (curl_ == nullptr || url_.empty() || method_ == kNone) return hvn::kFailure;
   curl_easy_setopt(curl_, CURLOPT_USERAGENT, user_agent_.c_str());
   curl_easy_setopt(curl_, CURLOPT_URL, url_.c_str());
@@ -42,14 +59,42 @@ hvn::Result HttpRequest::Start(Buffer& out) {
   SetHeaders();
   curl_easy_setopt(curl_, CURLOPT_WRITEFUNCTION, &HttpRequest::CurlWritefunction);
   curl_easy_setopt(curl_, CURLOPT_WRITEDATA, this);
-  curl_easy_setopt(curl_, CURLOPT_SSL_VERIFYPEER, 0L);
+  SetTrust();
+  if (is_limited_) SetBounds();
   const CURLcode code = curl_easy_perform(curl_);
+  if (code == CURLE_OK) ReadStatus();
   if (code != CURLE_OK) {
     HUTIL_LOG(LOG_ERR, "%s %d: curl_easy_perform() failed: %s\n", kStart, __LINE__,
               curl_easy_strerror(code));
   }
   FreeHeaders();
   return hvn::kSuccess;
+}
+
+void HttpRequest::SetTrust() {
+  curl_easy_setopt(curl_, CURLOPT_SSL_VERIFYPEER, verifies_ ? 1L : 0L);
+  if (!verifies_ || ca_file_.empty()) return;
+  curl_easy_setopt(curl_, CURLOPT_CAINFO, ca_file_.c_str());
+  curl_easy_setopt(curl_, CURLOPT_CAPATH, nullptr);  // the system's roots do not count then
+}
+
+/// WriteFuntion counts the body, whose length a server need not announce, nor truthfully.
+void HttpRequest::SetBounds() {
+  curl_easy_setopt(curl_, CURLOPT_NOSIGNAL, 1L);
+  // libcurl's 0 would stand for a limit of its own.
+  curl_easy_setopt(curl_, CURLOPT_CONNECTTIMEOUT_MS, connect_ms_ > 0 ? connect_ms_ : long{INT_MAX});
+  curl_easy_setopt(curl_, CURLOPT_TIMEOUT_MS, std::max(total_ms_, 0L));
+#if LIBCURL_VERSION_NUM >= 0x075500
+  curl_easy_setopt(curl_, CURLOPT_PROTOCOLS_STR, "http,https");
+#else
+  curl_easy_setopt(curl_, CURLOPT_PROTOCOLS, CURLPROTO_HTTP | CURLPROTO_HTTPS);
+#endif
+}
+
+void HttpRequest::ReadStatus() {
+  long status = 0;
+  curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &status);
+  status_code_ = static_cast<int>(status);
 }
 
 void HttpRequest::SetBody() {
@@ -81,6 +126,7 @@ void HttpRequest::FreeHeaders() {
 
 size_t HttpRequest::WriteFuntion(void* data, size_t size) {
   if (out_ == nullptr || size > std::numeric_limits<unsigned int>::max()) return 0;
+  if (max_body_ > 0 && uint64_t{out_->length()} + size > max_body_) return 0;
   try {
     const auto length = static_cast<unsigned int>(size);
     return out_->Copy(static_cast<unsigned char*>(data), length) ? size : 0;

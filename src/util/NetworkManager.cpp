@@ -25,6 +25,14 @@ void NetworkManager::UnsetEventCb() {
   if (monitor_ != nullptr) monitor_->RemoveCallback(this);
 }
 
+void NetworkManager::SetLossCb(std::function<void()> cb) {
+  if (monitor_ != nullptr) monitor_->SetLossCallback(this, std::move(cb));
+}
+
+void NetworkManager::Resync() {
+  if (monitor_ != nullptr) monitor_->Resync();
+}
+
 // ---- Interfaces ----
 
 bool NetworkManager::CallGeneral(std::string ifname, int request, ifreq& ifr) {
@@ -49,6 +57,10 @@ bool NetworkManager::IsEthernetDevice(std::string ifname) {
 
 bool NetworkManager::IsUpState(std::string ifname) {
   return (InterfaceFlags(ifname, 0) & IFF_UP) != 0;
+}
+
+bool NetworkManager::IsRunning(std::string ifname) {
+  return (InterfaceFlags(ifname, 0) & IFF_RUNNING) != 0;
 }
 
 bool NetworkManager::WakeUpIfNeeded(std::string ifname, ifreq& ifr) {

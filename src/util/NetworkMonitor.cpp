@@ -3,13 +3,16 @@
 #include <linux/netlink.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <mutex>
 #include <utility>
 
 #include "util/internal/ByteView.h"
 #include "util/internal/Log.h"
 #include "util/internal/NetlinkEvents.h"
+#include "util/internal/NetlinkListing.h"
 #include "util/internal/Select.h"
+#include "util/internal/SocketOptions.h"
 
 namespace hvn {
 namespace util {
@@ -17,6 +20,7 @@ namespace util {
 namespace {
 constexpr char kFdCallback[] = "void hvn::util::NetworkMonitor::FdCallback(int, hvn::util::FdType)";
 constexpr size_t kDatagramSize = 4096;
+constexpr int kEnlargedBuffer = 1 << 20;
 }  // namespace
 
 NetworkMonitor* NetworkMonitor::s_ins_ = nullptr;
@@ -41,6 +45,8 @@ NetworkMonitor::NetworkMonitor()
     HUTIL_LOG(LOG_ERR, "%s %d: Cannot create fd monitor", kFunction, __LINE__);
     return;
   }
+  listing_ =
+      std::make_unique<NetlinkListing>(fd_monitor_, [this](EventDic& event) { Dispatch(event); });
   fd_monitor_->Add(socket_->fd(), kRead, [this](int fd, FdType type) { FdCallback(fd, type); });
 }
 
@@ -52,7 +58,9 @@ void NetworkMonitor::FdCallback(int fd, FdType /*type*/) {
   alignas(nlmsghdr) char buffer[kDatagramSize] = {};
   const ssize_t n = read(fd, buffer, sizeof(buffer));
   if (n < 1) {
+    const bool overrun = n < 0 && errno == ENOBUFS;
     HUTIL_LOG(LOG_ERR, "%s %d: Cannot read data from Network monitor", kFdCallback, __LINE__);
+    if (overrun) DispatchLoss();
     return;
   }
   ByteView left(buffer, static_cast<size_t>(n), sizeof(buffer));
@@ -71,6 +79,23 @@ void NetworkMonitor::Dispatch(EventDic& event) {
   for (const auto& entry : callbacks_) {
     if (entry.second) entry.second(event);
   }
+}
+
+void NetworkMonitor::DispatchLoss() {
+  std::lock_guard<Mutex> lock(mutex_);
+  for (const auto& entry : loss_callbacks_) {
+    if (entry.second) entry.second();
+  }
+}
+
+void NetworkMonitor::SetLossCallback(void* owner, LossCallback callback) {
+  if (callback && socket_->fd() >= 0) EnlargeReceiveBuffer(socket_->fd(), kEnlargedBuffer);
+  std::lock_guard<Mutex> lock(mutex_);
+  loss_callbacks_[owner].swap(callback);
+}
+
+void NetworkMonitor::Resync() {
+  if (listing_) listing_->Request();
 }
 
 void NetworkMonitor::SetCallback(void* owner, EventCallback callback) {

@@ -16,6 +16,7 @@
 #include "util/internal/Log.h"
 #include "util/internal/OpenSslCompat.h"
 #include "util/internal/PeerName.h"
+#include "util/internal/SocketOptions.h"
 
 namespace hvn {
 namespace util {
@@ -200,6 +201,7 @@ bool OpenSslImpl::UseModernTls() {
               "bool hvn::util::OpenSslImpl::UseModernTls()", __LINE__);
     return false;
   }
+  is_modern_ = true;
   tells_failures_ = true;
   return true;
 }
@@ -237,6 +239,8 @@ TlsSession::Patience OpenSslImpl::PatienceOfOwnCalls() const {
 
 TlsSession OpenSslImpl::NewSession(int fd, TlsSession::Patience patience) {
   TlsSession session(ctx_.get(), fd, patience);
+  // The tickets of TLS 1.3 would keep the first answer back until the peer has acknowledged them.
+  if (is_modern_) SendAtOnce(fd);
   if (session.is_made() && !is_server_ && !server_name_.empty()) {
     SSL_set_tlsext_host_name(session.get(), server_name_.c_str());
   }

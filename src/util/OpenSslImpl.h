@@ -97,6 +97,7 @@ class OpenSslImpl {
   bool is_server_;
   SslWrapper::Method ssl_method_;
   std::atomic<int> time_limit_ms_{0};
+  bool is_modern_ = false;
   bool tells_failures_ = false;  ///< A failed handshake is logged with its reason.
   std::string server_name_;      ///< Whom a client asks for, by SNI.
   Sessions ssl_map_;

@@ -3,12 +3,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <string_view>
 
+#include "util/internal/AtomicFile.h"
 #include "util/internal/Fields.h"
 #include "util/internal/FileText.h"
+#include "util/internal/IgnoreResult.h"
 #include "util/internal/Log.h"
 #include "util/internal/UniqueFd.h"
 
@@ -17,11 +21,17 @@ namespace util {
 
 namespace {
 
+constexpr char kFolder[] = "/data";
+constexpr char kFileName[] = "persistent_data.conf";
 constexpr char kFile[] = "/data/persistent_data.conf";
+// Neither a link, whose target would stay, nor a FIFO, which would be waited for.
+constexpr int kReadOnly = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 constexpr off_t kMaxSize = 1048576;
 constexpr mode_t kMode = 0644;
 constexpr char kSave[] =
     "static hvn::Result hvn::util::PersistentConfig::SaveData(std::string, std::string)";
+constexpr char kSaveAtomically[] =
+    "static hvn::Result hvn::util::PersistentConfig::SaveDataAtomically(std::string, std::string)";
 
 int OpenFile() { return open(kFile, O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC, kMode); }
 
@@ -81,7 +91,25 @@ void WriteText(int fd, const std::string& text) {
     HUTIL_LOG(LOG_ERR, "%s %d: Cannot write data requested size [%zu] writed size [%zd]\n", kSave,
               __LINE__, text.size(), n);
   }
-  if (ftruncate(fd, static_cast<off_t>(text.size())) != 0) return;  // the result stays a success
+  IgnoreResult(ftruncate(fd, static_cast<off_t>(text.size())));  // the result stays a success
+}
+
+/// All of the open file, which is none below 0. Null, with errno, where not all can be had: what is
+/// not read would be lost.
+std::unique_ptr<FileText> ReadAll(int fd) {
+  const off_t size = fd < 0 ? 0 : FileSize(fd);
+  if (size > kMaxSize) errno = EFBIG;
+  if (size < 0 || size > kMaxSize) return nullptr;
+  auto content = std::make_unique<FileText>(fd, static_cast<size_t>(size));
+  if (size == 0 || content->is_whole()) return content;
+  errno = EIO;
+  return nullptr;
+}
+
+hvn::Result NotSaved(const char* undone) {
+  HUTIL_LOG(LOG_ERR, "%s %d: cannot %s for [%s] errno [%d]\n", kSaveAtomically, __LINE__, undone,
+            kFile, errno);
+  return hvn::kFailure;
 }
 
 }  // namespace
@@ -108,6 +136,28 @@ hvn::Result PersistentConfig::SaveData(std::string key, std::string value) {
   const std::string text = Rewrite(content.view(), prefix, prefix + value);
   HUTIL_LOG(LOG_DEBUG, "%s %d: %s\n", kSave, __LINE__, text.c_str());
   WriteText(fd.get(), text);
+  return hvn::kSuccess;
+}
+
+hvn::Result PersistentConfig::SaveDataAtomically(std::string key, std::string value) {
+  if (!IsStorable(key) || !IsStorable(value)) {
+    HUTIL_LOG(LOG_ERR, "%s %d: line feed or NUL in key or value\n", kSaveAtomically, __LINE__);
+    return hvn::kFailure;
+  }
+  const LockedFolder folder(kFolder);
+  if (!folder.is_locked()) return NotSaved("lock folder");
+  std::lock_guard<Mutex> lock(mutex_);
+  const UniqueFd fd(openat(folder.fd(), kFileName, kReadOnly));
+  if (fd.get() < 0 && errno != ENOENT) return NotSaved("open file");
+  const std::unique_ptr<FileText> content = ReadAll(fd.get());
+  if (!content) return NotSaved("read file");
+  const std::string prefix = key + kIndexer;
+  if (Holds(content->view(), key, prefix, value)) return hvn::kSuccess;
+  const std::string text = Rewrite(content->view(), prefix, prefix + value);
+  errno = EFBIG;
+  const bool fits = text.size() <= static_cast<size_t>(kMaxSize);
+  if (!fits || !ReplaceFile(folder.fd(), kFileName, text, fd.get()))
+    return NotSaved("replace file");
   return hvn::kSuccess;
 }
 

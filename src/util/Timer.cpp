@@ -17,9 +17,24 @@ Timer::Timer(std::string /*name*/, std::function<void()> callback)
       running_(true),
       armed_(false),
       repeat_(false),
+      period_us_(0),
       callback_(std::move(callback)) {
-  thread_ = StartThread("hvn::util::Timer::Timer(std::string, std::function<void()>)",
-                        [this] { Loop(); });
+  StartThread();
+}
+
+Timer::Timer(std::string /*name*/, std::function<void()> callback, long long period_us, bool repeat)
+    : maker_(getpid()),
+      running_(true),
+      armed_(true),
+      repeat_(repeat),
+      period_us_(period_us),
+      callback_(std::move(callback)) {
+  StartThread();
+}
+
+void Timer::StartThread() {
+  thread_ = util::StartThread("hvn::util::Timer::Timer(std::string, std::function<void()>)",
+                              [this] { Loop(); });
 }
 
 Timer::~Timer() {

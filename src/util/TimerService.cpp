@@ -99,6 +99,17 @@ bool TimerService::RemoveTask(int id) {
   return true;
 }
 
+bool TimerService::EndTask(int id) {
+  if (!RemoveTask(id)) return false;
+  for (ThreadInfo* worker : threads_) {
+    if (worker->thread->get_id() == std::this_thread::get_id()) continue;
+    std::lock_guard<Mutex> lock(worker->mutex);
+    const uint64_t pass = worker->pass;
+    while (worker->busy && worker->pass == pass) worker->idle.Wait(worker->mutex);
+  }
+  return true;
+}
+
 void TimerService::ThreadLoop(ThreadInfo* info) {
   HUTIL_ANNOUNCE_THREAD(kThreadLoop);
   // The kernel's 50 us would make each wait that much longer.
@@ -114,9 +125,10 @@ void TimerService::ThreadLoop(ThreadInfo* info) {
               static_cast<intmax_t>(MonotonicUs() - start));
     HUTIL_LOG(LOG_DEBUG, "%s %d: min_time %jd\n", kThreadLoop, __LINE__,
               static_cast<intmax_t>(min_time));
-    if (min_time < 1) continue;
     std::lock_guard<Mutex> lock(info->mutex);
-    if (!info->grown) info->condition.WaitUntil(info->mutex, min_time);
+    info->busy = false;
+    info->idle.Broadcast();
+    if (min_time >= 1 && !info->grown) info->condition.WaitUntil(info->mutex, min_time);
   }
 }
 
@@ -139,6 +151,8 @@ long long TimerService::CollectDue(ThreadInfo* info, std::list<CbInfo>& due) {
     due.push_back(task);
     min_time = task.interval_us;
   }
+  info->busy = !due.empty();
+  ++info->pass;
   return min_time;
 }
 
@@ -160,6 +174,8 @@ int TimerManager::AddTask(long long interval_us, TimerService::Callback callback
 }
 
 bool TimerManager::RemoveTask(int id) { return service_->RemoveTask(id); }
+
+bool TimerManager::EndTask(int id) { return service_->EndTask(id); }
 
 }  // namespace util
 }  // namespace hvn

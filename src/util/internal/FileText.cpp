@@ -16,6 +16,7 @@ off_t FileSize(int fd) {
 FileText::FileText(int fd, size_t size) : buffer_(MakeRawBuffer(size)) {
   if (!buffer_) return;
   const ssize_t n = read(fd, buffer_.get(), size);
+  is_whole_ = n == static_cast<ssize_t>(size);
   if (n > 0) view_ = {buffer_.get(), strnlen(buffer_.get(), static_cast<size_t>(n))};
 }
 

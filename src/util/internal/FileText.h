@@ -19,10 +19,13 @@ class FileText {
  public:
   FileText(int fd, size_t size);
   std::string_view view() const { return view_; }
+  /// Whether all of the size was there to be read.
+  bool is_whole() const { return is_whole_; }
 
  private:
   HeapBuffer buffer_;
   std::string_view view_;
+  bool is_whole_ = false;
 };
 
 }  // namespace util

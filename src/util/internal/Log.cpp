@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "util/internal/IgnoreResult.h"
+
 namespace hvn {
 namespace util {
 
@@ -15,7 +17,7 @@ void EchoThreadId(const char* function, int line) {
   char command[4096] = {};
   std::snprintf(command, sizeof(command), "echo \"%s %d: TID [%ld]\n\" > /dev/kmsg", function, line,
                 ThreadId());
-  if (std::system(command) != 0) return;  // best effort
+  IgnoreResult(std::system(command));
 }
 
 }  // namespace util

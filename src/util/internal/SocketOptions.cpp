@@ -139,6 +139,13 @@ int TakeConnectError(int fd) {
   return ret == 0 ? error : -1;
 }
 
+void SendAtOnce(int fd) { SetFlag(fd, IPPROTO_TCP, TCP_NODELAY, true); }
+
+void EnlargeReceiveBuffer(int fd, int size) {
+  if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) == 0) return;
+  setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size));
+}
+
 void SetGracefulClose(int fd) {
   const linger off = {0, 0};
   setsockopt(fd, SOL_SOCKET, SO_LINGER, &off, sizeof(off));

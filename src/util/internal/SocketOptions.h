@@ -32,6 +32,12 @@ void JoinMulticast(int fd, const std::string& ip);
 /// The pending error of a connect, which this clears; 0 for none, -1 where it cannot be read.
 int TakeConnectError(int fd);
 
+/// Sends small messages at once; what is no TCP socket stays as it is.
+void SendAtOnce(int fd);
+
+/// Beyond the system's limit where the process may.
+void EnlargeReceiveBuffer(int fd, int size);
+
 /// Has closing send what is still to be sent, in place of resetting the connection.
 void SetGracefulClose(int fd);
 

@@ -1,0 +1,115 @@
+#include "util/internal/NetlinkListing.h"
+
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <mutex>
+#include <utility>
+
+#include "util/internal/HeapBuffer.h"
+#include "util/internal/Log.h"
+#include "util/internal/NetlinkEvents.h"
+#include "util/internal/Select.h"
+
+namespace hvn {
+namespace util {
+
+namespace {
+
+constexpr char kResync[] = "void hvn::util::NetworkManager::Resync()";
+constexpr size_t kBufferSize = 32768;  // what the kernel fills at the most
+
+}  // namespace
+
+NetlinkListing::NetlinkListing(FdMonitor* monitor, Deliver deliver)
+    : monitor_(monitor), deliver_(std::move(deliver)) {}
+
+void NetlinkListing::Request() {
+  std::lock_guard<Mutex> lock(mutex_);
+  if (fd_ >= 0) {
+    again_ = true;
+  } else {
+    BeginLocked();
+  }
+}
+
+void NetlinkListing::BeginLocked() {
+  fd_ = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+  if (FitsSelect(fd_) && Ask(RTM_GETLINK)) {
+    monitor_->Add(fd_, kRead, [this](int fd, FdType /*type*/) { OnReadable(fd); });
+    return;
+  }
+  Fail("begin");
+  if (fd_ >= 0) close(fd_);
+  fd_ = -1;
+}
+
+bool NetlinkListing::Ask(uint16_t type) {
+  struct {
+    nlmsghdr header;
+    rtgenmsg body;
+  } request = {};
+  request.header.nlmsg_len = sizeof(request);
+  request.header.nlmsg_type = type;
+  request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  request.body.rtgen_family = AF_UNSPEC;
+  asked_ = type;
+  return send(fd_, &request, sizeof(request), 0) == static_cast<ssize_t>(sizeof(request));
+}
+
+void NetlinkListing::OnReadable(int fd) {
+  const HeapBuffer buffer = MakeZeroedBuffer(kBufferSize);
+  if (!buffer) return;
+  const ssize_t n = recv(fd, buffer.get(), kBufferSize, MSG_DONTWAIT);
+  if (n < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (n < 1) {
+    Fail("read");
+    End();
+    return;
+  }
+  ByteView left(buffer.get(), static_cast<size_t>(n), kBufferSize);
+  for (ByteView message = left; TakeNetlinkMessage(left, message);) {
+    if (TakeMessage(message)) continue;
+    End();
+    return;
+  }
+}
+
+/// False at the end of the listing.
+bool NetlinkListing::TakeMessage(const ByteView& message) {
+  const uint16_t type = NetlinkMessageType(message);
+  const auto flags = message.Read<uint16_t>(offsetof(nlmsghdr, nlmsg_flags));
+  if ((flags & NLM_F_DUMP_INTR) != 0) Request();
+  if (type == NLMSG_DONE && asked_ == RTM_GETLINK) {
+    if (Ask(RTM_GETADDR)) return true;
+    Fail("go on");
+    return false;
+  }
+  if (type == NLMSG_ERROR) Fail("finish");
+  if (type == NLMSG_DONE || type == NLMSG_ERROR) return false;
+  if (message.size() < kNetlinkEventHeader) return true;
+  EventDic event = DecodeNetlinkEvent(message);
+  if (event.type_ != EventDic::kEventNone) deliver_(event);
+  return true;
+}
+
+void NetlinkListing::Fail(const char* what) {
+  HUTIL_LOG(LOG_ERR, "%s %d: cannot %s listing the network errno [%d]\n", kResync, __LINE__, what,
+            errno);
+}
+
+void NetlinkListing::End() {
+  std::lock_guard<Mutex> lock(mutex_);
+  monitor_->Remove(fd_, kRead);
+  close(fd_);
+  fd_ = -1;
+  if (!again_) return;
+  again_ = false;
+  BeginLocked();
+}
+
+}  // namespace util
+}  // namespace hvn
