@@ -20,13 +20,14 @@ for group in "$@"; do
     package) wanted="$wanted dpkg-dev file lintian mmdebstrap" ;;
     coverage) wanted="$wanted gcovr" ;;
     docs) wanted="$wanted doxygen" ;;
+    mutants) wanted="$wanted git patch python3-clang-14 rsync util-linux" ;;
     fuzz) wanted="$wanted clang-14 iproute2 libclang-rt-14-dev openssl util-linux" ;;
     bench)
       wanted="$wanted iproute2 libasio-dev libevent-dev libmnl-dev libsqlite3-dev libuv1-dev openssl pkg-config procps"
       wanted="$wanted python3 sysvinit-utils util-linux"
       ;;
     *)
-      echo "setup.sh: no group '$group' (build, test, demo, check, armhf, abi, package, coverage, docs, bench, fuzz)" >&2
+      echo "setup.sh: no group '$group' (build, test, demo, check, armhf, abi, package, coverage, docs, bench, fuzz, mutants)" >&2
       exit 2
       ;;
   esac
