@@ -86,6 +86,10 @@ def echo_cases():
                 "TLS 1.2 echo", f"{size} B, {clients} clients", [PER_S, CPU],
                 peers=["asio"], floors=["select", "thread"], floor_goal=0.95,
                 run=lambda r, s, c=clients, z=size: r.driven(s, "tls", c, z))
+    for kind, title in (("tcp", "TCP echo"), ("tls", "TLS 1.2 echo")):
+        yield Case(title, "64 B, 16 clients, with limits", [PER_S, CPU], peers=[],
+                   floors=["plain"], floor_goal=0.97, run=lambda r, s, k=kind: r.driven(
+                       LIBRARY, k, 16, 64, options=["--limits"] if s == LIBRARY else []))
     yield Case("accept + close", "", [PER_S, CPU], peers=["libevent", "libuv", "asio"],
                floors=["select"], peer_goal=1, run=lambda r, s: r.driven(s, "tcp", driver="accept"))
     yield Case("accept + close", "debug lines logged, no syslogd", [PER_S, CPU], peers=[],

@@ -1,4 +1,4 @@
-// bench_server_STACK KIND [CERT KEY] [--log]: one echo server. Ends with its parent.
+// bench_server_STACK KIND [CERT KEY] [--log | --limits]: one echo server. Ends with its parent.
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <signal.h>
@@ -33,6 +33,7 @@ Plan ReadPlan(int argc, char** argv) {
     plan.cert = argv[2];
     plan.key = argv[3];
   }
+  plan.limited = strcmp(argv[argc - 1], "--limits") == 0;
   return plan;
 }
 

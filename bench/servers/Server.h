@@ -11,6 +11,7 @@ struct Plan {
   enum Kind { kTcp, kTls, kUnix, kUdp };
   Kind kind;
   std::string cert, key;  ///< PEM files, for kTls.
+  bool limited = false;   ///< With the library's limits for peers; the others have none.
 };
 
 constexpr uint16_t kPort = 7007;  ///< Of "::" for streams, of the IPv4 loopback for datagrams.

@@ -1,7 +1,7 @@
 #include <arpa/inet.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <cstdlib>
 #include <memory>
 
 #include "servers/Server.h"
@@ -23,20 +23,28 @@ uint16_t PortOf(int fd) {
 std::unique_ptr<SslWrapper> MakeTls(const Plan& plan) {
   if (plan.kind != Plan::kTls) return nullptr;
   auto tls = std::make_unique<SslWrapper>(true, SslWrapper::kTlsV1_2);
-  tls->SetCertAndKeyFile(plan.cert, plan.key, SslWrapper::kPem, SslWrapper::kPem);
-  tls->SetCipherLists({kCiphers});
+  const bool is_set_up = tls->SetCertAndKeyFile(plan.cert, plan.key, SslWrapper::kPem,
+                                                SslWrapper::kPem) == hvn::kSuccess &&
+                         tls->SetCipherLists({kCiphers});
+  if (!is_set_up) exit(1);
   return tls;
 }
 
 [[noreturn]] void ServeStreams(const Plan& plan) {
   const std::unique_ptr<SslWrapper> tls = MakeTls(plan);
+  SocketServer::SocketServerOption option;
+  if (plan.limited) {
+    option.peer_timeout_ms = 5000;
+    option.linger = true;
+    option.client_gone_cb = [](int, int, const std::string&) {};
+  }
   SocketServer* self = nullptr;
   SocketServer server(
       "::;" + std::to_string(kPort), Socket::kTcp, Socket::kIpv6,
       [&self](int, int client, const std::string&, void* data, size_t size) {
         return self->SendTo(client, data, size) >= 0;
       },
-      tls.get());
+      tls.get(), option);
   self = &server;
   server.SetTCPNoDelay(true);
   Ready(kPort);
@@ -48,11 +56,8 @@ std::unique_ptr<SslWrapper> MakeTls(const Plan& plan) {
   SocketServer* self = nullptr;
   SocketServer server(
       is_unix ? kUnixPath : "127.0.0.1", Socket::kUdp, is_unix ? Socket::kUnix : Socket::kIpv4,
-      [&self, is_unix](int, int, std::string sender, void* data, size_t size) {
-        const char* const text = static_cast<char*>(data);
-        if (text[0] != kAnswerMe) return true;
-        if (!is_unix) std::replace(sender.begin(), sender.end(), ':', ';');
-        return self->SendTo(std::move(sender), std::string(text, size)) >= 0;
+      [&self](int, int, const std::string&, void* data, size_t size) {
+        return *static_cast<char*>(data) != kAnswerMe || self->Reply(data, size) >= 0;
       },
       nullptr);
   self = &server;
