@@ -136,6 +136,7 @@ class HUTIL_EXPORT SocketServer : public Socket {
   bool IsItsTurn(ClientPtr& client);
   void ReceiveOneDatagram();
   ssize_t SendToClient(int fd, const void* data, size_t size);
+  ssize_t SendTo(Client& client, const void* data, size_t size);
   void DropClient(ClientPtr client);
   void TellOfDeparted();
 

@@ -105,7 +105,11 @@ bool SocketServer::StartGuard() {
     HUTIL_LOG(LOG_ERR, "%s %d: cannot watch peers errno [%d]\n", kConstructor, __LINE__, errno);
     return false;
   }
-  if (option_.client_gone_cb) clients_->KeepDeparted([this] { guard_->Wake(); });
+  if (option_.client_gone_cb) {
+    clients_->KeepDeparted([this] {
+      if (!gate_->IsInside()) guard_->Wake();  // the loop tells at the end of its event
+    });
+  }
   fd_monitor_->Add(guard_->fd(), kRead, LoopCallback());
   return true;
 }
@@ -241,7 +245,7 @@ bool SocketServer::ReadOnce(ClientPtr& client) {
     return false;
   }
   if (client->closing || !data_cb_) return true;
-  const CurrentEvent event(this, this, client->fd, nullptr);
+  const CurrentEvent event(this, *this, client->fd, client.get());
   data_cb_(fd_, client->fd, client->path, buffer.get(), static_cast<size_t>(n));
   return true;
 }
@@ -267,7 +271,7 @@ void SocketServer::ReceiveOneDatagram() {
     return;
   }
   if (!data_cb_) return;
-  const CurrentEvent event(this, this, 0, &sender);
+  const CurrentEvent event(this, *this, sender);
   data_cb_(fd_, 0, sender.path, buffer.get(), static_cast<size_t>(n));
 }
 
@@ -288,17 +292,27 @@ ssize_t SocketServer::SendTo(std::string path, std::string data) {
 ssize_t SocketServer::Reply(const void* data, size_t size) {
   const CurrentEvent* const event = CurrentEvent::Of(this);
   if (event == nullptr) return -1;
-  if (event->sender == nullptr) return SendToClient(event->client, data, size);
-  return ReplyTo(*event->sender, data, size);
+  return event->sender() != nullptr ? ReplyTo(*event->sender(), data, size)
+                                    : SendTo(*event->client(), data, size);
 }
 
 ssize_t SocketServer::SendToClient(int fd, const void* data, size_t size) {
   if (protocol_ == kUdp) return fd == fd_ ? Socket::Send(data, size) : -1;
   if (protocol_ != kTcp) return -1;
+  // The client of the event under way is known without the table, unless another one has come in
+  // its place.
+  const CurrentEvent* const event = CurrentEvent::Of(this);
+  Client* const own = event != nullptr ? event->client() : nullptr;
+  if (own != nullptr && own->fd == fd && !own->left) return SendTo(*own, data, size);
   const ClientPtr client = clients_->Find(fd);
-  if (!client || client->closing) return -1;
-  if (client->peer) return guard_->limits()->Send(*client, data, size);
-  return ssl_ != nullptr ? ssl_->Send(fd, data, size) : Socket::SendTo(fd, data, size);
+  return client ? SendTo(*client, data, size) : -1;
+}
+
+ssize_t SocketServer::SendTo(Client& client, const void* data, size_t size) {
+  if (client.left || client.closing) return -1;
+  if (client.peer) return guard_->limits()->Send(client, data, size);
+  return ssl_ != nullptr ? ssl_->Send(client.fd, data, size)
+                         : Socket::SendTo(client.fd, data, size);
 }
 
 // ---- It goes ----

@@ -204,7 +204,7 @@ void SocketServerRunner::ReceiveOneDatagram(Socket* server, int fd) {
     return;
   }
   if (!data_cb_) return;
-  const CurrentEvent event(this, server, 0, &sender);
+  const CurrentEvent event(this, *server, sender);
   data_cb_(server->fd(), 0, sender.path, buffer.get(), static_cast<size_t>(n));
 }
 
@@ -218,15 +218,17 @@ void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::st
     return;
   }
   if (!data_cb_) return;
-  const CurrentEvent event(this, server, fd, nullptr);
+  const CurrentEvent event(this, *server, fd, nullptr);
   data_cb_(server->fd(), fd, path, buffer.get(), static_cast<size_t>(n));
 }
 
 ssize_t SocketServerRunner::Reply(const void* data, size_t size) {
   const CurrentEvent* const event = CurrentEvent::Of(this);
   if (event == nullptr) return -1;
-  return event->sender != nullptr ? event->server->ReplyTo(*event->sender, data, size)
-                                  : event->server->SendTo(event->client, data, size);
+  if (event->sender() != nullptr) return event->server().ReplyTo(*event->sender(), data, size);
+  const int fd = event->client_fd();
+  Origin origin;
+  return FindServer(fd, origin) == &event->server() ? event->server().SendTo(fd, data, size) : -1;
 }
 
 /// In one step, since the number may be another client's right after. One that was taken out

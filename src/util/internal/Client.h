@@ -39,6 +39,7 @@ struct Client {
   const int fd;
   const std::string path;
   bool dropped = false;  ///< By the server; one that was taken out is its taker's to close.
+  std::atomic<bool> left{false};     ///< The table.
   std::atomic<bool> closing{false};  ///< The last answer is given: what still comes is thrown away.
   const std::unique_ptr<Peer> peer;  ///< Null where the server does not limit its peers.
 };

@@ -57,6 +57,7 @@ bool ClientTable::Drop(ClientPtr client) {
 void ClientTable::Forget(Clients::iterator found, ClientPtr client) {
   const int fd = client->fd;
   const std::string path = client->path;
+  client->left = true;
   clients_.erase(found);
   if (on_departure_) {
     departed_.push_back(std::move(client));
@@ -89,6 +90,7 @@ std::vector<ClientPtr> ClientTable::TakeDeparted() {
 std::vector<ClientPtr> ClientTable::Clear() {
   std::vector<ClientPtr> all = All();
   std::lock_guard<Mutex> lock(mutex_);
+  for (const auto& entry : clients_) entry.second->left = true;
   clients_.clear();
   return all;
 }

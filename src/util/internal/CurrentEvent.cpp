@@ -3,19 +3,26 @@
 namespace hvn {
 namespace util {
 
-namespace {
-thread_local const CurrentEvent* s_current = nullptr;
-}  // namespace
+thread_local const CurrentEvent* CurrentEvent::s_current = nullptr;
 
-CurrentEvent::CurrentEvent(const void* owner, Socket* answering, int client_fd, const Sender* from)
-    : server(answering), client(client_fd), sender(from), owner_(owner), outer_(s_current) {
+CurrentEvent::CurrentEvent(const void* owner, Socket& server, int client_fd, Client* client)
+    : owner_(owner),
+      server_(server),
+      client_fd_(client_fd),
+      client_(client),
+      sender_(nullptr),
+      outer_(s_current) {
   s_current = this;
 }
 
-CurrentEvent::~CurrentEvent() { s_current = outer_; }
-
-const CurrentEvent* CurrentEvent::Of(const void* owner) {
-  return s_current != nullptr && s_current->owner_ == owner ? s_current : nullptr;
+CurrentEvent::CurrentEvent(const void* owner, Socket& server, const Sender& sender)
+    : owner_(owner),
+      server_(server),
+      client_fd_(-1),
+      client_(nullptr),
+      sender_(&sender),
+      outer_(s_current) {
+  s_current = this;
 }
 
 }  // namespace util

@@ -14,16 +14,18 @@ constexpr int kWaits = 10;
 }  // namespace
 
 bool EventGate::Enter() {
-  std::lock_guard<Mutex> lock(mutex_);
-  busy_ = !shut_;
-  return busy_;
+  thread_.store(pthread_self(), std::memory_order_relaxed);
+  busy_ = true;
+  if (!shut_) return true;
+  Leave();
+  return false;
 }
 
 void EventGate::Leave() {
-  std::lock_guard<Mutex> lock(mutex_);
   busy_ = false;
-  waits_for_ = -1;
-  if (shut_) idle_.Signal();
+  if (!shut_) return;
+  std::lock_guard<Mutex> lock(mutex_);
+  idle_.Signal();
 }
 
 bool EventGate::SetWaitsFor(int fd) {
@@ -32,10 +34,12 @@ bool EventGate::SetWaitsFor(int fd) {
   return !shut_;
 }
 
-void EventGate::Shut() {
-  std::lock_guard<Mutex> lock(mutex_);
-  shut_ = true;
+bool EventGate::IsInside() const {
+  const pthread_t thread = thread_.load(std::memory_order_relaxed);
+  return busy_ && pthread_equal(thread, pthread_self()) != 0;
 }
+
+void EventGate::Shut() { shut_ = true; }
 
 bool EventGate::AwaitEnd() {
   std::lock_guard<Mutex> lock(mutex_);
