@@ -102,7 +102,8 @@ class HUTIL_EXPORT SocketServer : public Socket {
   /// and tries again without end. Any thread.
   ssize_t SendTo(std::string path, std::string data);
   /// Within a data callback: sends to the client that the data come from, or a datagram to its
-  /// sender, of any domain. As SendTo; -1, silently, anywhere else. Loop thread.
+  /// sender, of any domain. As SendTo; -1, silently, anywhere else. Datagrams that are there
+  /// already follow at once to a callback that answers in this way. Loop thread.
   ssize_t Reply(const void* data, size_t size);
   /// Ends a connection in order: what was sent arrives, then the TLS close-notify and the end of
   /// stream. What the client still sends is thrown away. It leaves when it closes its side too, or
@@ -134,7 +135,7 @@ class HUTIL_EXPORT SocketServer : public Socket {
   void ReceiveFromClient(int fd, ClientPtr client);
   bool ReadOnce(ClientPtr& client);
   bool IsItsTurn(ClientPtr& client);
-  void ReceiveOneDatagram();
+  void ReceiveDatagram();
   ssize_t SendToClient(int fd, const void* data, size_t size);
   ssize_t SendTo(Client& client, const void* data, size_t size);
   void DropClient(ClientPtr client);

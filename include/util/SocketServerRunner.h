@@ -115,7 +115,7 @@ class HUTIL_EXPORT SocketServerRunner {
   void CloseClient(const Socket* server, int fd);
   bool RemoveMatching(const Socket* server, int fd);
   void AcceptClient(Socket* server, bool may_wait);
-  void ReceiveOneDatagram(Socket* server, int fd);
+  void ReceiveDatagram(Socket* server, int fd);
   void ReceiveFromClient(Socket* server, int fd, const std::string& path);
   FdMonitor::Callback LoopCallback();
 

@@ -154,7 +154,7 @@ void SocketServer::FdCallback(int fd, FdType /*type*/) {
   } else if (protocol_ == kTcp) {
     AcceptClient();
   } else if (protocol_ == kUdp) {
-    ReceiveOneDatagram();
+    ReceiveDatagram();
   }
   if (option_.client_gone_cb) TellOfDeparted();
   gate_->Leave();
@@ -261,18 +261,13 @@ bool SocketServer::IsItsTurn(ClientPtr& client) {
   return turn == PeerLimits::Turn::kRead;
 }
 
-void SocketServer::ReceiveOneDatagram() {
-  const HeapBuffer buffer = MakeZeroedBuffer(recv_buf_size_);
-  if (!buffer) return;
-  Sender sender;
-  const ssize_t n = ReceiveDatagram(fd_, domain_, buffer.get(), recv_buf_size_, sender);
-  if (n < 1) {
-    HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", kFdCallback, __LINE__, fd_, errno);
-    return;
-  }
-  if (!data_cb_) return;
-  const CurrentEvent event(this, *this, sender);
-  data_cb_(fd_, 0, sender.path, buffer.get(), static_cast<size_t>(n));
+void SocketServer::ReceiveDatagram() {
+  ReceiveDatagrams(fd_, domain_, recv_buf_size_, kFdCallback,
+                   [this](const Sender& sender, char* data, size_t size) {
+                     const CurrentEvent event(this, *this, sender);
+                     if (data_cb_) data_cb_(fd_, 0, sender.path, data, size);
+                     return event.is_answered();
+                   });
 }
 
 // ---- It is answered ----
@@ -292,8 +287,9 @@ ssize_t SocketServer::SendTo(std::string path, std::string data) {
 ssize_t SocketServer::Reply(const void* data, size_t size) {
   const CurrentEvent* const event = CurrentEvent::Of(this);
   if (event == nullptr) return -1;
-  return event->sender() != nullptr ? ReplyTo(*event->sender(), data, size)
-                                    : SendTo(*event->client(), data, size);
+  if (event->sender() == nullptr) return SendTo(*event->client(), data, size);
+  event->NoteAnswer();
+  return ReplyTo(*event->sender(), data, size);
 }
 
 ssize_t SocketServer::SendToClient(int fd, const void* data, size_t size) {

@@ -152,7 +152,7 @@ void SocketServerRunner::FdCallback(int fd, FdType /*type*/) {
   } else if (server->protocol() == Socket::kTcp) {
     AcceptClient(server, origin.may_wait);
   } else if (server->protocol() == Socket::kUdp) {
-    ReceiveOneDatagram(server, fd);
+    ReceiveDatagram(server, fd);
   }
 }
 
@@ -194,18 +194,13 @@ void SocketServerRunner::AcceptClient(Socket* server, bool may_wait) {
   }
 }
 
-void SocketServerRunner::ReceiveOneDatagram(Socket* server, int fd) {
-  const HeapBuffer buffer = MakeZeroedBuffer(recv_buf_size_);
-  if (!buffer) return;
-  Sender sender;
-  const ssize_t n = ReceiveDatagram(fd, server->domain(), buffer.get(), recv_buf_size_, sender);
-  if (n < 1) {
-    HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", kFdCallback, __LINE__, fd, errno);
-    return;
-  }
-  if (!data_cb_) return;
-  const CurrentEvent event(this, *server, sender);
-  data_cb_(server->fd(), 0, sender.path, buffer.get(), static_cast<size_t>(n));
+void SocketServerRunner::ReceiveDatagram(Socket* server, int fd) {
+  ReceiveDatagrams(fd, server->domain(), recv_buf_size_, kFdCallback,
+                   [this, server](const Sender& sender, char* data, size_t size) {
+                     const CurrentEvent event(this, *server, sender);
+                     if (data_cb_) data_cb_(server->fd(), 0, sender.path, data, size);
+                     return event.is_answered();
+                   });
 }
 
 void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::string& path) {
@@ -225,7 +220,10 @@ void SocketServerRunner::ReceiveFromClient(Socket* server, int fd, const std::st
 ssize_t SocketServerRunner::Reply(const void* data, size_t size) {
   const CurrentEvent* const event = CurrentEvent::Of(this);
   if (event == nullptr) return -1;
-  if (event->sender() != nullptr) return event->server().ReplyTo(*event->sender(), data, size);
+  if (event->sender() != nullptr) {
+    event->NoteAnswer();
+    return event->server().ReplyTo(*event->sender(), data, size);
+  }
   const int fd = event->client_fd();
   Origin origin;
   return FindServer(fd, origin) == &event->server() ? event->server().SendTo(fd, data, size) : -1;

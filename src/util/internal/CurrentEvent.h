@@ -30,6 +30,8 @@ class CurrentEvent {
   Client* client() const { return client_; }
   /// Null for a stream client.
   const Sender* sender() const { return sender_; }
+  void NoteAnswer() const { is_answered_ = true; }
+  bool is_answered() const { return is_answered_; }
 
  private:
   static thread_local const CurrentEvent* s_current;
@@ -40,6 +42,7 @@ class CurrentEvent {
   Client* const client_;
   const Sender* const sender_;
   const CurrentEvent* const outer_;
+  mutable bool is_answered_ = false;
 };
 
 }  // namespace util

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "util/internal/Deadline.h"
+#include "util/internal/HeapBuffer.h"
 #include "util/internal/Log.h"
 #include "util/internal/SocketSend.h"
 
@@ -17,6 +19,7 @@ namespace {
 
 constexpr char kSendTo[] = "ssize_t hvn::util::Socket::SendTo(std::string, const void*, size_t)";
 constexpr useconds_t kPauseUs = 1000;
+constexpr int kMostAtOnce = 16;
 
 /// False at the end. poll cannot tell of room in a peer's queue that no connection leads to.
 bool PauseWithin(const Deadline& deadline) {
@@ -54,13 +57,24 @@ ssize_t SendDatagram(int fd, const Destination& to, const void* data, size_t siz
   return static_cast<ssize_t>(sent);
 }
 
-ssize_t ReceiveDatagram(int fd, Socket::Domain domain, char* buffer, size_t size, Sender& sender) {
-  sender.address.Expect(domain);
-  const ssize_t n =
-      recvfrom(fd, buffer, size, 0, sender.address.data(), sender.address.mutable_length());
-  if (n < 1) return n;
-  if (domain == Socket::kUnix || domain == Socket::kIpv4) sender.path = sender.address.Text(domain);
-  return n;
+void ReceiveDatagrams(int fd, Socket::Domain domain, size_t buffer_size, const char* function,
+                      const DatagramCallback& callback) {
+  const HeapBuffer buffer = MakeZeroedBuffer(buffer_size);
+  for (int count = 0; buffer && count < kMostAtOnce; ++count) {
+    Sender sender;
+    sender.address.Expect(domain);
+    const ssize_t n = recvfrom(fd, buffer.get(), buffer_size, count == 0 ? 0 : MSG_DONTWAIT,
+                               sender.address.data(), sender.address.mutable_length());
+    if (n < 0 && count > 0 && errno == EAGAIN) return;
+    if (n < 1) {
+      HUTIL_LOG(LOG_ERR, "%s %d: fd [%d] recvfrom errno [%d]\n", function, __LINE__, fd, errno);
+      return;
+    }
+    const bool is_named = domain == Socket::kUnix || domain == Socket::kIpv4;
+    if (is_named) sender.path = sender.address.Text(domain);
+    if (!callback(sender, buffer.get(), static_cast<size_t>(n))) return;
+    std::memset(buffer.get(), 0, static_cast<size_t>(n));
+  }
 }
 
 }  // namespace util

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 #include "util/Socket.h"
@@ -29,8 +30,14 @@ struct Sender {
   std::string path;  ///< For callbacks; IPv4 and Unix senders have one.
 };
 
-/// One datagram from `fd` into `buffer`. recvfrom's result.
-ssize_t ReceiveDatagram(int fd, Socket::Domain domain, char* buffer, size_t size, Sender& sender);
+/// Gets the sender and the bytes; true where it has answered with Reply.
+using DatagramCallback = std::function<bool(const Sender&, char*, size_t)>;
+
+/// Receives one datagram from `fd` and calls back for it; where that is answered, also those that
+/// are there already, some at the most: the loop need not be asked for each. A failure is logged
+/// for `function`.
+void ReceiveDatagrams(int fd, Socket::Domain domain, size_t buffer_size, const char* function,
+                      const DatagramCallback& callback);
 
 }  // namespace util
 }  // namespace hvn

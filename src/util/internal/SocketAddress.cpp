@@ -73,8 +73,8 @@ std::string SocketAddress::UnixText() const {
 }
 
 std::string SocketAddress::Ipv4Text() const {
-  return util::Ipv4Text(address_.ipv4.sin_addr) + ":" +
-         std::to_string(ntohs(address_.ipv4.sin_port));
+  std::string text = util::Ipv4Text(address_.ipv4.sin_addr);
+  return text.append(1, ':').append(std::to_string(ntohs(address_.ipv4.sin_port)));
 }
 
 std::string SocketAddress::Ipv6Text() const {
