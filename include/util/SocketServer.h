@@ -143,7 +143,7 @@ class HUTIL_EXPORT SocketServer : public Socket {
 
   const pid_t maker_;  ///< The process that has the loop.
   uint32_t recv_buf_size_;
-  const SocketServerOption option_;
+  const SocketServerOption server_option_;
   Mutex mutex_;  ///< Guards new_client_cb_.
   DataCallback data_cb_;
   NewClientCallback new_client_cb_;

@@ -393,7 +393,7 @@ OpenSslImpl::Step OpenSslImpl::SendStep(int fd, const void* data, size_t size) {
   if (session == nullptr || !IsTransferable(data, size)) return {-1};
   errno = 0;
   const int result = SSL_write(session->get(), data, static_cast<int>(size));
-  const Step step = {result > 0 ? result : -1, session->Awaits(result)};
+  Step step = {result > 0 ? result : -1, session->Awaits(result)};
   if (result < 1) ERR_clear_error();
   return step;
 }

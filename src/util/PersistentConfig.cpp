@@ -156,9 +156,8 @@ hvn::Result PersistentConfig::SaveDataAtomically(std::string key, std::string va
   const std::string text = Rewrite(content->view(), prefix, prefix + value);
   errno = EFBIG;
   const bool fits = text.size() <= static_cast<size_t>(kMaxSize);
-  if (!fits || !ReplaceFile(folder.fd(), kFileName, text, fd.get()))
-    return NotSaved("replace file");
-  return hvn::kSuccess;
+  const bool is_saved = fits && ReplaceFile(folder.fd(), kFileName, text, fd.get());
+  return is_saved ? hvn::kSuccess : NotSaved("replace file");
 }
 
 std::string PersistentConfig::LoadData(std::string key) {

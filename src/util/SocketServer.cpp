@@ -53,10 +53,10 @@ SocketServer::SocketServer(std::string path, Socket::Protocol protocol, Socket::
     : Socket(std::move(path), protocol, domain, option.socket_option),
       maker_(getpid()),
       recv_buf_size_(kRecvBufSize),
-      option_(std::move(option)),
+      server_option_(std::move(option)),
       data_cb_(std::move(cb)),
       ssl_(ssl) {
-  Listen(option_.backlog);
+  Listen(server_option_.backlog);
   Start();
 }
 
@@ -70,10 +70,10 @@ SocketServer::SocketServer(int fd, Socket::Protocol protocol, Socket::Domain dom
     : Socket(fd, protocol, domain),
       maker_(getpid()),
       recv_buf_size_(kRecvBufSize),
-      option_(std::move(option)),
+      server_option_(std::move(option)),
       data_cb_(std::move(cb)),
       ssl_(ssl) {
-  if (protocol_ == kTcp && !IsListening(fd_) && listen(fd_, option_.backlog) != 0) {
+  if (protocol_ == kTcp && !IsListening(fd_) && listen(fd_, server_option_.backlog) != 0) {
     HUTIL_LOG(LOG_ERR, "%s %d: cannot listen on fd [%d] errno [%d]\n", kConstructor, __LINE__, fd_,
               errno);
     fd_ = kNoFd;
@@ -92,9 +92,9 @@ void SocketServer::Start() {
 
 /// False where the limits that were asked for cannot be had: nothing is served then.
 bool SocketServer::StartGuard() {
-  const int limit_ms = option_.peer_timeout_ms;
+  const int limit_ms = server_option_.peer_timeout_ms;
   if (limit_ms > 0) SetSendLimit(limit_ms);  // for datagrams
-  if (protocol_ != kTcp || (limit_ms <= 0 && !option_.client_gone_cb)) return true;
+  if (protocol_ != kTcp || (limit_ms <= 0 && !server_option_.client_gone_cb)) return true;
   guard_ = std::make_unique<ServerGuard>(
       *clients_, ssl_, limit_ms,
       ServerGuard::Hooks{
@@ -105,7 +105,7 @@ bool SocketServer::StartGuard() {
     HUTIL_LOG(LOG_ERR, "%s %d: cannot watch peers errno [%d]\n", kConstructor, __LINE__, errno);
     return false;
   }
-  if (option_.client_gone_cb) {
+  if (server_option_.client_gone_cb) {
     clients_->KeepDeparted([this] {
       if (!gate_->IsInside()) guard_->Wake();  // the loop tells at the end of its event
     });
@@ -156,7 +156,7 @@ void SocketServer::FdCallback(int fd, FdType /*type*/) {
   } else if (protocol_ == kUdp) {
     ReceiveDatagram();
   }
-  if (option_.client_gone_cb) TellOfDeparted();
+  if (server_option_.client_gone_cb) TellOfDeparted();
   gate_->Leave();
 }
 
@@ -198,7 +198,7 @@ bool SocketServer::ShakeHands(int client) {
 }
 
 void SocketServer::Admit(int client, const std::string& path) {
-  if (option_.linger) SetGracefulClose(client);
+  if (server_option_.linger) SetGracefulClose(client);
   AddFd(client, path);
   NewClientCallback new_client_cb;
   {
@@ -338,7 +338,7 @@ void SocketServer::RemoveFd(int fd) { clients_->Remove(fd); }
 /// The records keep the descriptors of dropped clients open until the daemon has heard of them.
 void SocketServer::TellOfDeparted() {
   for (const ClientPtr& client : clients_->TakeDeparted()) {
-    option_.client_gone_cb(fd_, client->fd, client->path);
+    server_option_.client_gone_cb(fd_, client->fd, client->path);
   }
 }
 

@@ -18,8 +18,9 @@ std::string Ipv4Text(in_addr address) { return Ipv4Text(ntohl(address.s_addr)); 
 // Each datagram's sender is made text: inet_ntop takes several times as long.
 std::string Ipv4Text(uint32_t address) {
   std::string text = std::to_string(address >> 24);
-  for (const int shift : {16, 8, 0})
+  for (const int shift : {16, 8, 0}) {
     text.append(1, '.').append(std::to_string(address >> shift & 0xFF));
+  }
   return text;
 }
 

@@ -18,7 +18,7 @@ class Outbox {
 
   bool empty() const { return answers_.empty(); }
   /// What is still to be taken; valid until the next change.
-  std::string_view bytes() const { return std::string_view(bytes_).substr(taken_); }
+  std::string_view bytes() const { return {bytes_.data() + taken_, bytes_.size() - taken_}; }
   /// When the oldest answer has to be taken, or kNever.
   int64_t until() const { return answers_.empty() ? kNever : answers_.front().until; }
 

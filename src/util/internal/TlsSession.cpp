@@ -39,8 +39,8 @@ bool TlsSession::IsWithinRecord() const { return HasPartOfRecord(ssl_.get()); }
 // poll tells more than POLLOUT of a peer that has gone, which a send would answer with SIGPIPE.
 void TlsSession::SendCloseNotify(int fd, int wait_ms) const {
   pollfd peer = {fd, POLLOUT, 0};
-  if (poll(&peer, 1, wait_ms) != 1 || peer.revents != POLLOUT)
-    SSL_set_quiet_shutdown(ssl_.get(), 1);
+  const bool takes_it = poll(&peer, 1, wait_ms) == 1 && peer.revents == POLLOUT;
+  if (!takes_it) SSL_set_quiet_shutdown(ssl_.get(), 1);
   SSL_shutdown(ssl_.get());
 }
 
