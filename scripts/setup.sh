@@ -9,7 +9,8 @@ for group in "$@"; do
     build) wanted="$wanted cmake ninja-build g++ libssl-dev libcurl4-openssl-dev pkg-config" ;;
     test)
       # The end-to-end test is the demo.
-      wanted="$wanted binutils busybox dnsmasq-base iproute2 libgmock-dev libgtest-dev openssl pkg-config udhcpc util-linux"
+      wanted="$wanted binutils busybox dnsmasq-base iproute2 libgmock-dev libgtest-dev openssl pkg-config python3 udhcpc"
+      wanted="$wanted util-linux"
       ;;
     demo) wanted="$wanted busybox dnsmasq-base iproute2 libgmock-dev libgtest-dev openssl udhcpc util-linux" ;;
     check)
