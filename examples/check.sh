@@ -171,5 +171,6 @@ http_fetch() {
   refuses 2 run http_fetch
 }
 
+[ "$(type -t "$example")" = function ] || fail "nothing here tries $example: add a function of that name"
 "$example"
 echo "check.sh: $example does what its page says"

@@ -136,6 +136,7 @@ class Header:
         return code.strip(), behind.lstrip("/<")
 
     def _add_function(self, line, code, behind):
+        code = re.sub(rf"HUTIL_\w+(\({STRING}\))? ", "", code)
         opening = parameters_of(code)
         if opening < 0:
             return
@@ -150,7 +151,7 @@ def signature(function, types):
     """A function as the log names it; `types` are all that may need their scope's name."""
     opening = parameters_of(function.text)
     inside = bracketed(function.text, opening)
-    before = re.sub(r"\b(explicit|virtual|inline|constexpr|HUTIL_\w+) ", "",
+    before = re.sub(r"\b(explicit|virtual|inline|constexpr) ", "",
                     function.text[:opening])
     before = before[:-len(function.name)].strip()
     static = "static " if before.startswith("static ") else ""

@@ -1,0 +1,40 @@
+#ifndef HUTIL_EXAMPLES_SNIPPETS_H_
+#define HUTIL_EXAMPLES_SNIPPETS_H_
+
+// What the code in the headers' comments, the README and the guide names and the library does not
+// have: the reader's own. The build compiles each piece of that code as the body of a function
+// behind this header; scripts/snippets.py makes that source.
+
+#include <signal.h>
+
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "util/EventDic.h"
+#include "util/Thread.h"
+
+using namespace hvn::util;  // as nobody should: for the sake of as many short lines
+
+void Beat();
+void Consume(int fd);
+void Consume(const unsigned char* bytes, unsigned int count);
+void Handle(const std::string& line);
+void LookAgainAt(const std::string& interface);
+void Note(const std::string& interface);
+bool OnData(int server, int client, std::string path, void* data, size_t size);
+bool PollAgain();
+void Show(const std::string& text, const std::string& more = "");
+void Usage();
+void Work();
+
+extern unsigned char* bytes;
+extern Condition condition;
+extern unsigned int count;
+extern EventDic event;
+extern int fd;
+extern Mutex mutex;
+extern bool ready;
+extern std::string text;
+
+#endif  // HUTIL_EXAMPLES_SNIPPETS_H_
