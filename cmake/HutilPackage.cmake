@@ -28,6 +28,13 @@ foreach(component IN ITEMS runtime dev)
   endif()
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/copyright ${PROJECT_BINARY_DIR}/changelog.Debian.gz
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+  if(component STREQUAL dev) # the guide, with what it links to
+    set(folder ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package})
+    install(FILES docs/guide.md docs/architecture.md docs/operations.md
+      DESTINATION ${folder}/docs COMPONENT dev EXCLUDE_FROM_ALL)
+    install(DIRECTORY examples DESTINATION ${folder} COMPONENT dev EXCLUDE_FROM_ALL
+      PATTERN check.sh EXCLUDE PATTERN snippets.h EXCLUDE PATTERN examples/CMakeLists.txt EXCLUDE)
+  endif()
   string(TOUPPER ${component} prefix)
   set(CPACK_DEBIAN_${prefix}_PACKAGE_NAME ${package})
 endforeach()
@@ -52,7 +59,8 @@ sockets, TLS, servers and clients, timers, network events, DHCP leases,
 settings that survive a reboot, and HTTP requests.")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "${CPACK_DEBIAN_RUNTIME_DESCRIPTION}
 
-This package has the headers, and what CMake and pkg-config need.")
+This package has the headers, what CMake and pkg-config need, the guide
+and the examples.")
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
   "libhutil${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
