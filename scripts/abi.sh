@@ -1,8 +1,9 @@
 #!/bin/bash
 # abi.sh check|update [LIBRARY]
-# Compares the binary interface of LIBRARY (build/dev's, built first, where none is given) with the release's, kept in
-# abi/ for each architecture; or keeps LIBRARY's from now on. LIBRARY is g++'s, with debug information: Clang describes
-# the standard library's types in other words. Types that only our sources know are no part of the interface.
+# Compares the binary interface of LIBRARY with the one kept in abi/ for its architecture, or keeps LIBRARY's from now
+# on. Without LIBRARY, build/dev's is built and compared, or build/dev's and build/armhf's are both built and kept.
+# LIBRARY is g++'s, with debug information: Clang describes the standard library's types in other words. Types that only
+# our sources know are no part of the interface.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,11 +11,21 @@ fail() { printf 'abi.sh: %s\n' "$@" >&2; exit 1; }
 
 case ${1-} in check | update) ;; *) fail "usage: abi.sh check|update [LIBRARY]" ;; esac
 scripts/setup.sh abi
+
+build() { # PRESET
+  cmake --preset "$1" >/dev/null
+  cmake --build --preset "$1" --target hutil >/dev/null
+}
+
 library=${2-}
 if [ -z "$library" ]; then
-  cmake --preset dev >/dev/null
-  cmake --build --preset dev --target hutil >/dev/null
+  build dev
   library=build/dev/src/libhutil.so
+  if [ "$1" = update ]; then
+    scripts/sysroot-armhf.sh
+    build armhf
+    scripts/abi.sh update build/armhf/src/libhutil.so
+  fi
 fi
 [ -r "$library" ] || fail "there is no $library"
 case $(readelf -hW "$library") in
@@ -41,7 +52,7 @@ new=$(mktemp)
 trap 'rm -f "$new"' EXIT
 dump >"$new"
 abidiff --no-added-syms --no-corpus-path "$kept" "$new" ||
-  fail "the interface differs from the release's in the way shown above, and daemons built against it would break." \
+  fail "the interface differs from the kept one in the way shown above, and daemons built against it would break." \
     "Either keep what was there: add instead of change, reserve a name instead of removing it. Or, where the break is" \
     "meant, raise the major version in CMakeLists.txt, which makes a new SONAME, then: scripts/abi.sh update"
 abidiff "$kept" "$new" ||
