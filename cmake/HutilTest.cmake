@@ -1,4 +1,4 @@
-# hutil_add_test(NAME [OBJECTS] [LABELS label...])
+# hutil_add_test(NAME [OBJECTS])
 #
 # Builds NAME.cpp with the test kit and registers each of its tests as a process of its own, inside its own network
 # and mount namespace. OBJECTS links the library's objects instead of the shared library, for private classes.
@@ -21,7 +21,7 @@ list(REMOVE_AT HUTIL_PROGRAM_RUNNER 0)
 list(JOIN HUTIL_PROGRAM_RUNNER " " HUTIL_PROGRAM_RUNNER)
 
 function(hutil_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "OBJECTS" "" "LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "OBJECTS" "" "")
   add_executable(${name} ${name}.cpp)
   set_target_properties(${name} PROPERTIES
     ENABLE_EXPORTS ON CROSSCOMPILING_EMULATOR "${HUTIL_TEST_RUNNER}")
@@ -34,9 +34,6 @@ function(hutil_add_test name)
   add_dependencies(${name} hutil_certs)
 
   math(EXPR timeout "20 * ${HUTIL_TEST_TIMEOUT_SCALE}")
-  if(arg_LABELS)
-    set(labels LABELS "${arg_LABELS}")
-  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT ${timeout}
-    PROPERTIES TIMEOUT ${timeout} SKIP_RETURN_CODE 77 ${labels})
+    PROPERTIES TIMEOUT ${timeout} SKIP_RETURN_CODE 77)
 endfunction()
