@@ -200,7 +200,7 @@ def main():
     parser.add_argument("--commit", default="unknown")
     parser.add_argument("--rounds", type=int, default=11)
     parser.add_argument("--seconds", type=float, default=0.25, help="how long one run measures")
-    parser.add_argument("--keep", action="store_true", help="write the figures of docs/performance.md and the README")
+    parser.add_argument("--keep", action="store_true", help="write the figures of docs/performance.md")
     parser.add_argument("--only", default="", help="rows whose name begins like this")
     parser.add_argument("--moment", action="store_true", help="whether all of it runs: no figures")
     options = parser.parse_args()

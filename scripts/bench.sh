@@ -2,8 +2,8 @@
 # bench.sh [--moment] [--keep] [--rounds N] [--seconds S] [--only ROW]
 # Measures the library beside what a daemon's author would pick instead, all of it built here with the same flags: a
 # good twenty minutes of a machine with nothing else to do. One table on the terminal; results.json, results.md,
-# ratios.svg and growth.svg in build/bench. --keep puts the figures into docs/performance.md and the
-# README too. --moment only shows that everything runs. All happens on a loopback of its own and ends by itself.
+# ratios.svg and growth.svg in build/bench. --keep puts the figures into docs/performance.md too. --moment only shows
+# that everything runs. All happens on a loopback of its own and ends by itself.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
