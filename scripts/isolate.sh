@@ -1,8 +1,8 @@
 #!/bin/sh
 # isolate.sh COMMAND [ARGUMENT...]
 # Runs COMMAND in network and mount namespaces of its own: lo up, a veth pair hutil0 (10.77.0.1/24) - hutil1
-# (10.77.0.2/24), empty private /data, /var/lib/misc, /run and /tmp, a /sys that shows these interfaces, everything else
-# as it is. Nothing remains afterwards. COMMAND replaces the shell, so its exit status and signals are its own; 77 means
+# (10.77.0.2/24), empty private /data, /var/lib/misc, /run and /tmp, an /etc/hosts that knows localhost only, a /sys that
+# shows these interfaces, everything else as it is. Nothing remains afterwards. COMMAND replaces the shell, so its exit status and signals are its own; 77 means
 # that this machine refuses namespaces.
 set -eu
 
@@ -42,6 +42,7 @@ table="sysfs $root/sys sysfs defaults 0 0"
 for entry in /*; do
   case $entry in
     /sys | /data | /run | /tmp | *[[:space:]]*) continue ;;
+    /etc) [ -e /etc/hosts ] || continue ;; # made below, where it can be without touching this machine's
   esac
   if [ -L "$entry" ]; then
     links="$links $entry"
@@ -75,7 +76,11 @@ mkdir -p $folders
 chmod 1777 $root/tmp
 # shellcheck disable=SC2086
 [ -z "$links" ] || cp -P $links $root
-echo "$table" >$root/mounts
+[ -e /etc/hosts ] || cp -a /etc $root 2>/dev/null || : # as far as it can be read
+printf '127.0.0.1 localhost\n::1 localhost\n' >$root/hosts
+: >>$root/etc/hosts
+echo "$table
+$root/hosts $root/etc/hosts none bind 0 0" >$root/mounts
 mount -a -T $root/mounts || refuse "cannot mount the private root"
 rm $root/mounts
 mkdir -p $root/var/lib/misc
