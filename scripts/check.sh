@@ -15,7 +15,7 @@ build() { # PRESET [TARGET]
 mapfile -t sources < <(find . -path ./build -prune -o -name '*.h' -print -o -name '*.cpp' -print)
 
 title shellcheck
-shellcheck scripts/*.sh examples/*.sh .ci/run
+shellcheck scripts/*.sh scripts/demo/*.sh examples/*.sh .ci/run
 
 title clang-format
 clang-format-14 --dry-run -Werror "${sources[@]}"

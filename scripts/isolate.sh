@@ -17,7 +17,7 @@ if [ "${1-}" != --inside ]; then
   case " $* " in *' --gtest_list_tests '*) exec "$@" ;; esac
   set -- --inside "$@"
   if [ "$(id -u)" = 0 ]; then set -- -nm "$0" "$@"; else set -- -nmr "$0" "$@"; fi
-  unshare "$1" true 2>/dev/null || refuse "this machine refuses network and mount namespaces"
+  words=$(unshare "$1" true 2>&1) || refuse "this machine refuses network and mount namespaces: $words"
   exec unshare "$@"
 fi
 shift
