@@ -20,7 +20,7 @@
 
 namespace hutil_test {
 
-// What the running test may leave by contract: the monitors of a registry, singletons.
+// What the running test may leave because nothing ever ends it: monitors of a registry, singletons.
 void AllowLeftovers(std::size_t fds, std::size_t threads);
 
 // Every limit here is stretched for slow builds (HUTIL_TEST_TIMEOUT_SCALE).
