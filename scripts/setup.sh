@@ -17,6 +17,7 @@ for group in "$@"; do
       wanted="$wanted clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev cppcheck shellcheck"
       ;;
     armhf) wanted="$wanted abigail-tools clang-14 g++-arm-linux-gnueabihf mmdebstrap qemu-user-static" ;;
+    machine) wanted="$wanted busybox kmod mmdebstrap qemu-system-arm zstd" ;;
     abi) wanted="$wanted abigail-tools binutils" ;;
     package) wanted="$wanted dpkg-dev file lintian mmdebstrap" ;;
     coverage) wanted="$wanted gcovr" ;;
@@ -28,7 +29,7 @@ for group in "$@"; do
       wanted="$wanted python3 sysvinit-utils util-linux"
       ;;
     *)
-      echo "setup.sh: no group '$group' (build, test, demo, check, armhf, abi, package, coverage, docs, bench, fuzz, mutants)" >&2
+      echo "setup.sh: no group '$group' (build, test, demo, check, armhf, machine, abi, package, coverage, docs, bench, fuzz, mutants)" >&2
       exit 2
       ;;
   esac
