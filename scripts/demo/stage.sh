@@ -49,7 +49,7 @@ ask() { # HOST WAY... -- COMMAND...: one question through lanclient
   done
   shift
   outcome=0
-  answer=$(on "$host" "${lanclient[@]}" "${way[@]}" "$@" 2>&1) || outcome=$?
+  answer=$(on "$host" timeout 30 "${lanclient[@]}" "${way[@]}" "$@" 2>&1) || outcome=$?
   show "$host" "${*:-(${way[*]})}"
 }
 

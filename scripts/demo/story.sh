@@ -159,11 +159,10 @@ fetching() {
   laptop fetch file:///etc/hosts
   check "the device's own files are no pages" refused
   on laptop "${lanclient[@]}" tls 192.168.77.1 8443 fetch http://203.0.113.1:81/ >/tmp/hanging 2>&1 &
-  local hanging=$! started
+  local hanging=$!
   check 'a server that never says a word is asked' wait_for 5 connected_to_nobody
-  started=${EPOCHREALTIME/[.,]/}
   phone status
-  check 'which holds nobody up' test $((${EPOCHREALTIME/[.,]/} - started)) -lt 1500000
+  check 'which holds nobody up' answered
   check 'and is still going on' kill -0 "$hanging"
   kill "$nobody"
   check 'until the far end goes' not wait "$hanging"
