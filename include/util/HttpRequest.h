@@ -60,7 +60,7 @@ class HUTIL_EXPORT HttpRequest {
   hvn::Result Start(Buffer& out);
 
   /// Appends to the buffer of the running Start, unless that makes it too long; for libcurl's use.
-  /// Owner.
+  /// Spelt as daemons that call it know it. Owner.
   size_t WriteFuntion(void* data, size_t size);
   /// libcurl's write callback; see CURLOPT_WRITEFUNCTION(3). Owner.
   static size_t CurlWritefunction(void* data, size_t size, size_t nmemb, HttpRequest* self);

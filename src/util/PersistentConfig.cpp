@@ -91,7 +91,8 @@ void WriteText(int fd, const std::string& text) {
     HUTIL_LOG(LOG_ERR, "%s %d: Cannot write data requested size [%zu] writed size [%zd]\n", kSave,
               __LINE__, text.size(), n);
   }
-  IgnoreResult(ftruncate(fd, static_cast<off_t>(text.size())));  // the result stays a success
+  IgnoreResult(ftruncate(
+      fd, static_cast<off_t>(text.size())));  // longer than the text, the file still begins with it
 }
 
 /// All of the open file, which is none below 0. Null, with errno, where not all can be had: what is

@@ -8,7 +8,7 @@ namespace hvn {
 namespace util {
 
 namespace {
-[[maybe_unused]] const std::string kTag = "util::SocketClient";
+[[maybe_unused]] const std::string kTag = "util::SocketClient";  // for a debugger
 }  // namespace
 
 SocketClient::SocketClient(std::string path, Socket::Protocol protocol, Socket::Domain domain,

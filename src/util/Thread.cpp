@@ -4,7 +4,7 @@ namespace hvn {
 namespace util {
 
 namespace {
-[[maybe_unused]] const std::string kTag = "util::Thread";
+[[maybe_unused]] const std::string kTag = "util::Thread";  // for a debugger
 }  // namespace
 
 hvn::Result Thread::Join() {

@@ -28,8 +28,8 @@ class UniqueFd {
 };
 
 /// Keeps `fd` from the programs that the daemon executes: one that outlives it would hold its
-/// addresses. Not to be had without a second call where the first one's arguments are the
-/// interface's; below 0 nothing happens.
+/// addresses. A call of its own, since daemons interpose socket and eventfd and know their
+/// arguments; below 0 nothing happens.
 inline int CloseOnExec(int fd) {
   if (fd >= 0) IgnoreResult(fcntl(fd, F_SETFD, FD_CLOEXEC));
   return fd;
