@@ -1,6 +1,9 @@
 #ifndef HUTIL_UTIL_TIMERSERVICE_H_
 #define HUTIL_UTIL_TIMERSERVICE_H_
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -45,10 +48,12 @@ class HUTIL_EXPORT TimerService {
     std::list<CbInfo> tasks;
     Mutex mutex;
     Condition condition;
-    bool grown = false;  ///< A task has come since the worker last looked.
-    bool busy = false;   ///< A pass is calling back,
-    uint64_t pass = 0;   ///< the one of this number.
-    Condition idle;      ///< Signalled at the end of a pass.
+    bool grown = false;                  ///< A task has come or ended since the worker last looked.
+    bool holds_copies = false;           ///< Of the tasks of a pass,
+    uint64_t pass = 0;                   ///< the one of this number.
+    Condition idle;                      ///< Signalled when the copies are gone.
+    std::vector<uint64_t> ended;         ///< Serials that EndTask has taken out of the pass.
+    std::atomic<bool> has_ended{false};  ///< Whether there are any.
   };
 
   /// The one service, made at the first call and never destroyed. Any thread.
@@ -68,20 +73,24 @@ class HUTIL_EXPORT TimerService {
   /// thread than the worker's, one last call may be under way or follow, and the callback with what
   /// it holds may live on until the worker's wait is over. Any thread.
   bool RemoveTask(int id);
-  /// RemoveTask that returns only when the task's last call is over: what the callback uses may go
-  /// then. It waits for the pass under way, so it must not be called with a lock held that a
-  /// callback takes. On the worker itself, in a callback, it does not wait. Any thread.
+  /// RemoveTask that returns only when the task's last call is over and the callback destroyed, so
+  /// that what it uses may go. It waits for the pass under way, also where the number is not in use
+  /// any more: not to be called with a lock held that a callback takes. On the worker itself, in a
+  /// callback, it does not wait, and another task that it ends is not called any more. Any thread.
   bool EndTask(int id);
   /// The body of the worker; not for users. Logs each pass's run time and next wait at 7.
   void ThreadLoop(ThreadInfo* info);
 
  private:
   void StartWorker();
+  bool TakeOutTask(int id, std::list<CbInfo>& removed);
+  void CallDue(ThreadInfo* info, std::list<CbInfo>& due);
   static long long CollectDue(ThreadInfo* info, std::list<CbInfo>& due);
   void Retire(ThreadInfo* info, const CbInfo& retired);
 
   static TimerService* s_ins_;
 
+  const pid_t maker_;  ///< The process that has the workers.
   std::vector<ThreadInfo*> threads_;
   std::vector<bool> ids_in_use_;
   Mutex mutex_;  ///< Guards ids_in_use_; taken before a worker's mutex, never after.

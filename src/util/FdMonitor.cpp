@@ -92,7 +92,7 @@ FdMonitor::FdMonitor()
 
 FdMonitor::~FdMonitor() {
   if (getpid() != maker_) {
-    AbandonThread(thread_);
+    Abandon(thread_);
     return;
   }
   running_ = false;

@@ -116,7 +116,11 @@ bool SocketServer::StartGuard() {
 
 /// In a forked child there is no loop to wait for, and the clients are still the parent's.
 SocketServer::~SocketServer() {
-  if (getpid() == maker_) ReleaseLoop();
+  if (getpid() == maker_) {
+    ReleaseLoop();
+  } else {
+    gate_->AbandonParent();
+  }
 }
 
 /// Lets no further event in and waits for the one under way, which finds nobody in the table to

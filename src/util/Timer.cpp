@@ -39,7 +39,8 @@ void Timer::StartThread() {
 
 Timer::~Timer() {
   if (getpid() != maker_) {
-    AbandonThread(thread_);
+    Abandon(thread_);
+    Abandon(condition_);
     return;
   }
   running_ = false;

@@ -2,6 +2,7 @@
 
 #include <sys/prctl.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -43,6 +44,10 @@ std::list<TimerService::CbInfo> TakeOut(std::list<TimerService::CbInfo>& tasks, 
   return taken;
 }
 
+bool Contains(const std::vector<uint64_t>& serials, uint64_t serial) {
+  return std::find(serials.begin(), serials.end(), serial) != serials.end();
+}
+
 }  // namespace
 
 TimerService* TimerService::s_ins_ = nullptr;
@@ -53,7 +58,7 @@ TimerService* TimerService::GetInstance() {
   return s_ins_;
 }
 
-TimerService::TimerService() : ids_in_use_(kMaxTasks, false) { StartWorker(); }
+TimerService::TimerService() : maker_(getpid()), ids_in_use_(kMaxTasks, false) { StartWorker(); }
 
 void TimerService::StartWorker() {
   auto info = std::make_unique<ThreadInfo>();
@@ -85,7 +90,11 @@ int TimerService::AddTask(long long interval_us, Callback callback, void* arg) {
 }
 
 bool TimerService::RemoveTask(int id) {
-  std::list<CbInfo> removed;  // outlives the locks
+  std::list<CbInfo> removed;
+  return TakeOutTask(id, removed);
+}
+
+bool TimerService::TakeOutTask(int id, std::list<CbInfo>& removed) {
   std::lock_guard<Mutex> lock(mutex_);
   if (id < 0 || id >= static_cast<int>(kMaxTasks) || !ids_in_use_[static_cast<size_t>(id)]) {
     return false;
@@ -100,14 +109,20 @@ bool TimerService::RemoveTask(int id) {
 }
 
 bool TimerService::EndTask(int id) {
-  if (!RemoveTask(id)) return false;
+  std::list<CbInfo> removed;
+  const bool was_in_use = TakeOutTask(id, removed);
+  if (getpid() != maker_) return was_in_use;  // a forked child has no worker to wait for
   for (ThreadInfo* worker : threads_) {
-    if (worker->thread->get_id() == std::this_thread::get_id()) continue;
     std::lock_guard<Mutex> lock(worker->mutex);
+    for (const CbInfo& task : removed) worker->ended.push_back(task.serial);
+    worker->has_ended = !worker->ended.empty();
+    if (worker->thread->get_id() == std::this_thread::get_id()) continue;
+    worker->grown = true;  // the wait after the pass is over with that, and its copies go
+    worker->condition.Signal();
     const uint64_t pass = worker->pass;
-    while (worker->busy && worker->pass == pass) worker->idle.Wait(worker->mutex);
+    while (worker->holds_copies && worker->pass == pass) worker->idle.Wait(worker->mutex);
   }
-  return true;
+  return was_in_use;
 }
 
 void TimerService::ThreadLoop(ThreadInfo* info) {
@@ -118,17 +133,24 @@ void TimerService::ThreadLoop(ThreadInfo* info) {
     std::list<CbInfo> due;
     const long long min_time = CollectDue(info, due);
     const long long start = MonotonicUs();
-    for (const CbInfo& task : due) {
-      if (task.callback && !task.callback(task.id, task.arg)) Retire(info, task);
-    }
+    CallDue(info, due);
     HUTIL_LOG(LOG_DEBUG, "%s %d: execute time_us %jd\n", kThreadLoop, __LINE__,
               static_cast<intmax_t>(MonotonicUs() - start));
     HUTIL_LOG(LOG_DEBUG, "%s %d: min_time %jd\n", kThreadLoop, __LINE__,
               static_cast<intmax_t>(min_time));
     std::lock_guard<Mutex> lock(info->mutex);
-    info->busy = false;
-    info->idle.Broadcast();
     if (min_time >= 1 && !info->grown) info->condition.WaitUntil(info->mutex, min_time);
+  }
+}
+
+/// A task that RemoveTask takes out meanwhile is still called; one that EndTask does is not.
+void TimerService::CallDue(ThreadInfo* info, std::list<CbInfo>& due) {
+  for (const CbInfo& task : due) {
+    if (info->has_ended) {
+      std::lock_guard<Mutex> lock(info->mutex);
+      if (Contains(info->ended, task.serial)) continue;
+    }
+    if (task.callback && !task.callback(task.id, task.arg)) Retire(info, task);
   }
 }
 
@@ -136,6 +158,10 @@ void TimerService::ThreadLoop(ThreadInfo* info) {
 /// its own interval, which the tasks behind it in the list can only shorten.
 long long TimerService::CollectDue(ThreadInfo* info, std::list<CbInfo>& due) {
   std::lock_guard<Mutex> lock(info->mutex);
+  info->holds_copies = false;
+  info->ended.clear();
+  info->has_ended = false;
+  info->idle.Broadcast();
   if (info->tasks.empty()) info->condition.Wait(info->mutex);
   info->grown = false;
   const long long now = MonotonicUs();
@@ -151,7 +177,7 @@ long long TimerService::CollectDue(ThreadInfo* info, std::list<CbInfo>& due) {
     due.push_back(task);
     min_time = task.interval_us;
   }
-  info->busy = !due.empty();
+  info->holds_copies = !due.empty();
   ++info->pass;
   return min_time;
 }

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "util/internal/StartThread.h"
+
 namespace hvn {
 namespace util {
 
@@ -47,6 +49,8 @@ bool EventGate::AwaitEnd() {
   if (busy_ && waits_for_ >= 0) shutdown(waits_for_, SHUT_RDWR);
   return !busy_;
 }
+
+void EventGate::AbandonParent() { Abandon(idle_); }
 
 }  // namespace util
 }  // namespace hvn

@@ -30,6 +30,8 @@ class EventGate {
   /// Whether the event under way, if any, ends within a second; what it waits for is shut down if
   /// not. Any other thread.
   bool AwaitEnd();
+  /// In a forked child: forgets whom the parent's threads wait for.
+  void AbandonParent();
 
  private:
   std::atomic<bool> busy_{false};

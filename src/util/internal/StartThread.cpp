@@ -1,6 +1,5 @@
 #include "util/internal/StartThread.h"
 
-#include <new>
 #include <system_error>
 #include <utility>
 
@@ -18,9 +17,6 @@ std::thread StartThread(const char* function, std::function<void()> body) {
     return {};
   }
 }
-
-// The handle is a number: nothing is lost by writing an empty one over it.
-void AbandonThread(Thread& thread) { ::new (&thread) Thread(); }
 
 }  // namespace util
 }  // namespace hvn

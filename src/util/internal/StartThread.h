@@ -2,9 +2,8 @@
 #define HUTIL_UTIL_INTERNAL_STARTTHREAD_H_
 
 #include <functional>
+#include <new>
 #include <thread>
-
-#include "util/Thread.h"
 
 namespace hvn {
 namespace util {
@@ -13,9 +12,12 @@ namespace util {
 /// `function`: no constructor of the library throws for that.
 std::thread StartThread(const char* function, std::function<void()> body);
 
-/// Lets go of the handle of a thread that this process does not have, being forked from the one
-/// that has it: such a thread can neither be joined nor detached.
-void AbandonThread(Thread& thread);
+/// Puts a fresh object in the place of one that a forked child has from its parent and whose
+/// destruction would wait for a thread of the parent's: a Thread, or a Condition that one waits on.
+template <typename T>
+void Abandon(T& object) {
+  ::new (static_cast<void*>(&object)) T();
+}
 
 }  // namespace util
 }  // namespace hvn
