@@ -34,12 +34,13 @@ class HUTIL_EXPORT PersistentConfig {
   /// there and is not written back. A change logs the whole new file at 7. Any thread.
   static hvn::Result SaveData(std::string key, std::string value);
   /// SaveData by way of a new file, "persistent_data.conf.new", that takes the old one's place,
-  /// with its owner and mode: whatever happens (SIGKILL, a loss of power, a full medium), the old
-  /// settings or the new ones are there whole, and the result says which: kSuccess only where the
-  /// new ones are on the medium. Processes that save in this way only wait for one another, for
-  /// some seconds at the most, and lose none of each other's settings. kFailure too for a file that
-  /// is a link or mounted on its own, or would exceed 1 MiB; every failure is logged (3). Values
-  /// are not logged. Any thread. See rename(2) and flock(2) of the folder.
+  /// with its owner and mode: whatever happens (SIGKILL, a loss of power, a full medium), all of
+  /// the old settings or all of the new ones are there. kSuccess only where the new ones are on the
+  /// medium; after kFailure, logged (3), it is mostly the old ones, and saving again settles it.
+  /// Processes that save in this way only wait for one another, for some seconds at the most, and
+  /// lose none of each other's settings. kFailure too for a file that is a link or mounted on its
+  /// own, or would exceed 1 MiB. Values are not logged. Any thread. See rename(2) and flock(2) of
+  /// the folder.
   HUTIL_NODISCARD static hvn::Result SaveDataAtomically(std::string key, std::string value);
   /// The value on the first line of `key`, which may be empty. Empty too where there is none, where
   /// the file is too large and where it cannot be opened (logged, 3). Any thread.

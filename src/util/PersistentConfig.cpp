@@ -145,6 +145,8 @@ hvn::Result PersistentConfig::SaveDataAtomically(std::string key, std::string va
     HUTIL_LOG(LOG_ERR, "%s %d: line feed or NUL in key or value\n", kSaveAtomically, __LINE__);
     return hvn::kFailure;
   }
+  static Mutex queue;  // threads wait for one another here, however long that takes
+  std::lock_guard<Mutex> turn(queue);
   const LockedFolder folder(kFolder);
   if (!folder.is_locked()) return NotSaved("lock folder");
   std::lock_guard<Mutex> lock(mutex_);
@@ -153,7 +155,11 @@ hvn::Result PersistentConfig::SaveDataAtomically(std::string key, std::string va
   const std::unique_ptr<FileText> content = ReadAll(fd.get());
   if (!content) return NotSaved("read file");
   const std::string prefix = key + kIndexer;
-  if (Holds(content->view(), key, prefix, value)) return hvn::kSuccess;
+  if (Holds(content->view(), key, prefix, value)) {
+    // Who saved it may have been killed before this was done.
+    const bool is_synced = fsync(fd.get()) == 0 && fsync(folder.fd()) == 0;
+    return is_synced ? hvn::kSuccess : NotSaved("sync file");
+  }
   const std::string text = Rewrite(content->view(), prefix, prefix + value);
   errno = EFBIG;
   const bool fits = text.size() <= static_cast<size_t>(kMaxSize);

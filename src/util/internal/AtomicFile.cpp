@@ -18,6 +18,7 @@ namespace {
 constexpr int kLockLimitMs = 5000;
 constexpr useconds_t kLockPauseUs = 5000;
 constexpr mode_t kMode = 0644;
+constexpr mode_t kPrivateMode = 0600;
 
 bool WriteAll(int fd, const std::string& text) {
   for (size_t written = 0; written < text.size();) {
@@ -54,10 +55,16 @@ LockedFolder::LockedFolder(const char* path) : fd_(open(path, O_RDONLY | O_DIREC
   }
 }
 
+LockedFolder::~LockedFolder() {
+  if (is_locked_) flock(fd_.get(), LOCK_UN);
+}
+
 bool ReplaceFile(int folder, const std::string& name, const std::string& text, int old) {
   const std::string fresh = name + ".new";
-  const UniqueFd fd(
-      openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kMode));
+  unlinkat(folder, fresh.c_str(), 0);  // what a process that was killed has left
+  // Nobody may read what the old file's mode forbids, not even for a moment.
+  const mode_t mode = old < 0 ? kMode : kPrivateMode;
+  const UniqueFd fd(openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
   if (fd.get() < 0) return false;
   if (Fill(fd.get(), text, old) && renameat(folder, fresh.c_str(), folder, name.c_str()) == 0) {
     return fsync(folder) == 0;

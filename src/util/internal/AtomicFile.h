@@ -13,6 +13,10 @@ namespace util {
 class LockedFolder {
  public:
   explicit LockedFolder(const char* path);
+  /// Unlocks, where closing would not: a process that is forked meanwhile has the descriptor too.
+  ~LockedFolder();
+  LockedFolder(const LockedFolder&) = delete;
+  LockedFolder& operator=(const LockedFolder&) = delete;
 
   /// If not, errno says why.
   bool is_locked() const { return is_locked_; }
