@@ -40,14 +40,16 @@ class HUTIL_EXPORT NetworkManager {
   /// Ends it: when this returns, the callback has returned and is not called again. Any thread.
   void UnsetEventCb();
 
-  /// Calls `cb`, in place of this object's earlier one, whenever changes came faster than they were
-  /// read and some are lost: read the interfaces afresh, or call Resync. Called as SetEventCb's and
-  /// under the same lock. From the first call on the monitor's socket has a larger buffer, so that
-  /// this is rarer. An empty one ends it; the destructor does not. Any thread.
+  /// Calls `cb`, in place of this object's earlier one, after changes came faster than they were
+  /// read and some are lost (or were too long to be read whole), once those that are not lost have
+  /// been told: read the interfaces afresh then, or call Resync. Called as SetEventCb's and under
+  /// the same lock. From the first call on the monitor's socket has a larger buffer, so that this
+  /// is rarer. An empty one ends it; the destructor does not. Any thread.
   void SetLossCb(std::function<void()> cb);
   /// Has the kernel list all links and then all addresses, which every subscriber hears of as of
-  /// new ones, on the monitor's thread. What is asked for while a listing is under way is one more
-  /// after it. May be called from callbacks. Failures are logged at 3. Any thread.
+  /// new ones, on the monitor's thread; what is gone shows by not being listed. What is asked for
+  /// while a listing is under way is one more after it: call it from a loss callback, but not for
+  /// each event, as a listing is events too. Failures are logged at 3. Any thread.
   void Resync();
 
   /// The hardware address as "AA:BB:CC:DD:EE:FF", or empty. Any thread.

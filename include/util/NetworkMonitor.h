@@ -1,6 +1,7 @@
 #ifndef HUTIL_UTIL_NETWORKMONITOR_H_
 #define HUTIL_UTIL_NETWORKMONITOR_H_
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -54,6 +55,7 @@ class HUTIL_EXPORT NetworkMonitor {
   void Resync();
   void Dispatch(EventDic& event);
   void DispatchLoss();
+  void ReadDatagram(int fd);
 
   static NetworkMonitor* s_ins_;
 
@@ -63,6 +65,8 @@ class HUTIL_EXPORT NetworkMonitor {
   std::unique_ptr<Socket> socket_;
   FdMonitor* fd_monitor_ = nullptr;
   std::unique_ptr<NetlinkListing> listing_;
+  std::atomic<bool> tells_losses_{false};  ///< Whether anybody wants to hear of them.
+  bool has_lost_ = false;                  ///< And is still to. Of the loop's thread.
 };
 
 }  // namespace util

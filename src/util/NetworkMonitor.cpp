@@ -1,6 +1,7 @@
 #include "util/NetworkMonitor.h"
 
 #include <linux/netlink.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -55,13 +56,23 @@ NetworkMonitor::~NetworkMonitor() {
 }
 
 void NetworkMonitor::FdCallback(int fd, FdType /*type*/) {
+  ReadDatagram(fd);
+  // While the queue is being read the kernel drops what comes: what is read afresh only then is so.
+  if (has_lost_ && !WaitUntilReadable(fd, 0)) DispatchLoss();
+}
+
+void NetworkMonitor::ReadDatagram(int fd) {
   alignas(nlmsghdr) char buffer[kDatagramSize] = {};
-  const ssize_t n = read(fd, buffer, sizeof(buffer));
+  ssize_t n = tells_losses_ ? recv(fd, buffer, sizeof(buffer), MSG_TRUNC)
+                            : read(fd, buffer, sizeof(buffer));
   if (n < 1) {
-    const bool overrun = n < 0 && errno == ENOBUFS;
+    has_lost_ = has_lost_ || (tells_losses_ && n < 0 && errno == ENOBUFS);
     HUTIL_LOG(LOG_ERR, "%s %d: Cannot read data from Network monitor", kFdCallback, __LINE__);
-    if (overrun) DispatchLoss();
     return;
+  }
+  if (n > static_cast<ssize_t>(sizeof(buffer))) {  // as only recv tells
+    has_lost_ = true;
+    n = sizeof(buffer);
   }
   ByteView left(buffer, static_cast<size_t>(n), sizeof(buffer));
   for (ByteView message = left; TakeNetlinkMessage(left, message);) {
@@ -82,16 +93,22 @@ void NetworkMonitor::Dispatch(EventDic& event) {
 }
 
 void NetworkMonitor::DispatchLoss() {
+  has_lost_ = false;
   std::lock_guard<Mutex> lock(mutex_);
-  for (const auto& entry : loss_callbacks_) {
-    if (entry.second) entry.second();
-  }
+  for (const auto& entry : loss_callbacks_) entry.second();
 }
 
 void NetworkMonitor::SetLossCallback(void* owner, LossCallback callback) {
-  if (callback && socket_->fd() >= 0) EnlargeReceiveBuffer(socket_->fd(), kEnlargedBuffer);
+  if (callback && fd_monitor_ != nullptr) EnlargeReceiveBuffer(socket_->fd(), kEnlargedBuffer);
+  LossCallback replaced;  // destroyed without the lock: what it owns may call back in here
   std::lock_guard<Mutex> lock(mutex_);
-  loss_callbacks_[owner].swap(callback);
+  replaced.swap(loss_callbacks_[owner]);
+  if (callback) {
+    loss_callbacks_[owner] = std::move(callback);
+  } else {
+    loss_callbacks_.erase(owner);
+  }
+  tells_losses_ = !loss_callbacks_.empty();
 }
 
 void NetworkMonitor::Resync() {

@@ -21,6 +21,7 @@ namespace {
 
 constexpr char kResync[] = "void hvn::util::NetworkManager::Resync()";
 constexpr size_t kBufferSize = 32768;  // what the kernel fills at the most
+constexpr int kMostRepeats = 3;
 
 }  // namespace
 
@@ -29,6 +30,7 @@ NetlinkListing::NetlinkListing(FdMonitor* monitor, Deliver deliver)
 
 void NetlinkListing::Request() {
   std::lock_guard<Mutex> lock(mutex_);
+  repeats_ = 0;
   if (fd_ >= 0) {
     again_ = true;
   } else {
@@ -37,12 +39,14 @@ void NetlinkListing::Request() {
 }
 
 void NetlinkListing::BeginLocked() {
+  again_ = false;
+  is_stale_ = false;
   fd_ = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
   if (FitsSelect(fd_) && Ask(RTM_GETLINK)) {
     monitor_->Add(fd_, kRead, [this](int fd, FdType /*type*/) { OnReadable(fd); });
     return;
   }
-  Fail("begin");
+  Fail("begin", fd_ >= FD_SETSIZE ? EMFILE : errno);
   if (fd_ >= 0) close(fd_);
   fd_ = -1;
 }
@@ -62,11 +66,10 @@ bool NetlinkListing::Ask(uint16_t type) {
 
 void NetlinkListing::OnReadable(int fd) {
   const HeapBuffer buffer = MakeZeroedBuffer(kBufferSize);
-  if (!buffer) return;
-  const ssize_t n = recv(fd, buffer.get(), kBufferSize, MSG_DONTWAIT);
+  const ssize_t n = buffer ? recv(fd, buffer.get(), kBufferSize, MSG_DONTWAIT) : -1;
   if (n < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (n < 1) {
-    Fail("read");
+    Fail("read", errno);
     End();
     return;
   }
@@ -78,27 +81,28 @@ void NetlinkListing::OnReadable(int fd) {
   }
 }
 
-/// False at the end of the listing.
+/// False at the end of the listing. Both messages that end it carry a negative errno, or none.
 bool NetlinkListing::TakeMessage(const ByteView& message) {
   const uint16_t type = NetlinkMessageType(message);
   const auto flags = message.Read<uint16_t>(offsetof(nlmsghdr, nlmsg_flags));
-  if ((flags & NLM_F_DUMP_INTR) != 0) Request();
-  if (type == NLMSG_DONE && asked_ == RTM_GETLINK) {
+  is_stale_ = is_stale_ || (flags & NLM_F_DUMP_INTR) != 0;
+  if (type == NLMSG_DONE || type == NLMSG_ERROR) {
+    const auto error = message.Read<int32_t>(sizeof(nlmsghdr));
+    if (error < 0) Fail("finish", -error);
+    if (error < 0 || asked_ == RTM_GETADDR) return false;
     if (Ask(RTM_GETADDR)) return true;
-    Fail("go on");
+    Fail("go on", errno);
     return false;
   }
-  if (type == NLMSG_ERROR) Fail("finish");
-  if (type == NLMSG_DONE || type == NLMSG_ERROR) return false;
   if (message.size() < kNetlinkEventHeader) return true;
   EventDic event = DecodeNetlinkEvent(message);
   if (event.type_ != EventDic::kEventNone) deliver_(event);
   return true;
 }
 
-void NetlinkListing::Fail(const char* what) {
+void NetlinkListing::Fail(const char* what, int error) {
   HUTIL_LOG(LOG_ERR, "%s %d: cannot %s listing the network errno [%d]\n", kResync, __LINE__, what,
-            errno);
+            error);
 }
 
 void NetlinkListing::End() {
@@ -106,9 +110,8 @@ void NetlinkListing::End() {
   monitor_->Remove(fd_, kRead);
   close(fd_);
   fd_ = -1;
-  if (!again_) return;
-  again_ = false;
-  BeginLocked();
+  const bool repeats = is_stale_ && repeats_++ < kMostRepeats;
+  if (again_ || repeats) BeginLocked();
 }
 
 }  // namespace util
