@@ -42,9 +42,10 @@ class HUTIL_EXPORT HttpRequest {
   void SetMethod(Method method, std::string body);
   /// Bounds each later request: to connect within `connect_ms` and to be over within `total_ms`
   /// milliseconds, and to take no body of more than `max_body` bytes; 0 each means no such bound.
-  /// Such a request fetches by http and https only and uses no signals. One that breaks a bound
-  /// fails as any transfer does, with at most `max_body` bytes in its buffer. Owner. See
-  /// CURLOPT_TIMEOUT_MS(3).
+  /// Such a request fetches by http and https only, and neither uses nor raises signals (which
+  /// leaves name look-ups out of the bounds where libcurl has neither threads nor c-ares for them).
+  /// One that breaks a bound fails as any transfer does, with at most `max_body` bytes in its
+  /// buffer. Owner. See CURLOPT_TIMEOUT_MS(3) and CURLOPT_NOSIGNAL(3).
   void SetLimits(long connect_ms, long total_ms, size_t max_body);
   /// Lets each later HTTPS request succeed only with a server whose certificate chain ends in a
   /// root of the PEM file `ca_file`, or of the system's where that is empty; its name is checked in
@@ -52,7 +53,7 @@ class HUTIL_EXPORT HttpRequest {
   void VerifyPeer(std::string ca_file);
   /// The status of the last request's answer, such as 200 or 404; 0 where none came, or none whole.
   /// Owner.
-  int status_code() const { return status_code_; }
+  int status_code() const;
   /// Runs the request and fills `out`, which is emptied first, with the response's body, an error
   /// page included. kFailure, silently, without a URL, a method or a handle. kSuccess otherwise,
   /// also where the transfer failed: that is logged (3) and leaves `out` empty or partial. Traces
@@ -67,9 +68,9 @@ class HUTIL_EXPORT HttpRequest {
 
  private:
   void SetBody();
+  int PerformWithinBounds();
   void SetBounds();
   void SetTrust();
-  void ReadStatus();
   void SetHeaders();
   void FreeHeaders();
 
@@ -83,7 +84,7 @@ class HUTIL_EXPORT HttpRequest {
   size_t max_body_ = 0;
   bool verifies_ = false;
   std::string ca_file_;
-  int status_code_ = 0;
+  bool has_answer_ = false;
 
  public:
   std::string user_agent_;  ///< Sent with each request; empty sends none.

@@ -1,6 +1,8 @@
 #include "util/HttpRequest.h"
 
 #include <curl/curl.h>
+#include <signal.h>
+#include <time.h>
 
 #include <algorithm>
 #include <climits>
@@ -16,7 +18,35 @@ namespace hvn {
 namespace util {
 
 namespace {
+
 constexpr char kStart[] = "hvn::Result hvn::util::HttpRequest::Start(hvn::util::Buffer&)";
+
+/// Keeps SIGPIPE from the thread, and takes the one that came meanwhile: libcurl leaves that to its
+/// caller where it may use no signals.
+class SigpipeBlock {
+ public:
+  SigpipeBlock() {
+    sigemptyset(&pipe_);
+    sigaddset(&pipe_, SIGPIPE);
+    sigset_t pending;
+    sigpending(&pending);
+    was_pending_ = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+  }
+  ~SigpipeBlock() {
+    const timespec at_once = {0, 0};
+    if (!was_pending_) sigtimedwait(&pipe_, nullptr, &at_once);
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  SigpipeBlock(const SigpipeBlock&) = delete;
+  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
+
+ private:
+  sigset_t pipe_;
+  sigset_t before_;
+  bool was_pending_;
+};
+
 }  // namespace
 
 HttpRequest::HttpRequest() {
@@ -51,7 +81,7 @@ hvn::Result HttpRequest::Start(Buffer& out) {
   HUTIL_LOG(LOG_DEBUG, "%s %d: HttpRequest start \n", kStart, __LINE__);
   out.Clear();
   out_ = &out;
-  status_code_ = 0;
+  has_answer_ = false;
   if (curl_ == nullptr || url_.empty() || method_ == kNone) return hvn::kFailure;
   curl_easy_setopt(curl_, CURLOPT_USERAGENT, user_agent_.c_str());
   curl_easy_setopt(curl_, CURLOPT_URL, url_.c_str());
@@ -60,9 +90,9 @@ hvn::Result HttpRequest::Start(Buffer& out) {
   curl_easy_setopt(curl_, CURLOPT_WRITEFUNCTION, &HttpRequest::CurlWritefunction);
   curl_easy_setopt(curl_, CURLOPT_WRITEDATA, this);
   SetTrust();
-  if (is_limited_) SetBounds();
-  const CURLcode code = curl_easy_perform(curl_);
-  if (code == CURLE_OK) ReadStatus();
+  const auto code =
+      static_cast<CURLcode>(is_limited_ ? PerformWithinBounds() : curl_easy_perform(curl_));
+  has_answer_ = code == CURLE_OK;
   if (code != CURLE_OK) {
     HUTIL_LOG(LOG_ERR, "%s %d: curl_easy_perform() failed: %s\n", kStart, __LINE__,
               curl_easy_strerror(code));
@@ -91,10 +121,16 @@ void HttpRequest::SetBounds() {
 #endif
 }
 
-void HttpRequest::ReadStatus() {
+int HttpRequest::PerformWithinBounds() {
+  SetBounds();
+  const SigpipeBlock block;
+  return curl_easy_perform(curl_);
+}
+
+int HttpRequest::status_code() const {
   long status = 0;
-  curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &status);
-  status_code_ = static_cast<int>(status);
+  if (has_answer_) curl_easy_getinfo(curl_, CURLINFO_RESPONSE_CODE, &status);
+  return static_cast<int>(status);
 }
 
 void HttpRequest::SetBody() {
