@@ -53,9 +53,9 @@ class HUTIL_EXPORT SocketServer : public Socket {
     /// Milliseconds. Above 0 the loop waits for no peer: a client that has not finished a TLS
     /// handshake, a record that it has begun, or the taking of an answer within that time (each as
     /// a whole, however it drips) is taken out with a log line (3). SendTo and Reply keep what the
-    /// peer does not take at once, and nothing more is read from it until then. Sends raise no
-    /// SIGPIPE. Where descriptors run out, newcomers are turned away. To datagrams it is
-    /// SetSendLimit.
+    /// peer does not take at once, and nothing more is read from it until then; a client that more
+    /// than 8 MiB are kept for when more is to be sent is taken out too. Sends raise no SIGPIPE.
+    /// Where descriptors run out, newcomers are turned away. To datagrams it is SetSendLimit.
     int peer_timeout_ms = 0;
     /// Closing a client sends what is still to be sent. False: it resets the connection.
     bool linger = false;
@@ -73,8 +73,9 @@ class HUTIL_EXPORT SocketServer : public Socket {
   SocketServer(std::string path, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
                SslWrapper* ssl, SocketServerOption option);
   /// The same for a descriptor of the caller's, bound (it is made to listen) or listening already,
-  /// such as one that systemd passes. It stays the caller's, who closes it after the server's end;
-  /// fd() is -1 where it could not be made to listen (logged, 3). Owner.
+  /// such as one that systemd passes. It stays the caller's, who closes it after the server's end,
+  /// but a TCP one becomes non-blocking, as other processes may serve it too. fd() is -1 where it
+  /// could not be made to listen (logged, 3). Owner.
   SocketServer(int fd, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
                SslWrapper* ssl);
   SocketServer(int fd, Socket::Protocol protocol, Socket::Domain domain, DataCallback cb,
@@ -107,7 +108,9 @@ class HUTIL_EXPORT SocketServer : public Socket {
   ssize_t Reply(const void* data, size_t size);
   /// Ends a connection in order: what was sent arrives, then the TLS close-notify and the end of
   /// stream. What the client still sends is thrown away. It leaves when it closes its side too, or
-  /// when peer_timeout_ms, if any, is over. False for a descriptor that is no client's. Any thread.
+  /// when peer_timeout_ms, if any, is over. Without that, a TLS client that does not read may hold
+  /// this up for a second, and a send of another thread that is under way fails as for a peer that
+  /// has gone. False for a descriptor that is no client's. Any thread.
   bool Close(int client);
 
   /// Enters a client; one already known keeps its path, one without a TLS connection is dropped at
@@ -125,6 +128,7 @@ class HUTIL_EXPORT SocketServer : public Socket {
  private:
   using ClientPtr = std::shared_ptr<Client>;
 
+  void AdoptDescriptor();
   void Start();
   bool StartGuard();
   void ReleaseLoop();
@@ -132,6 +136,7 @@ class HUTIL_EXPORT SocketServer : public Socket {
   void AcceptClient();
   bool ShakeHands(int client);
   void Admit(int client, const std::string& path);
+  bool Enter(int fd, std::string path);
   void ReceiveFromClient(int fd, ClientPtr client);
   bool ReadOnce(ClientPtr& client);
   bool IsItsTurn(ClientPtr& client);

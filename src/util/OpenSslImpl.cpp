@@ -2,6 +2,7 @@
 
 #include <openssl/err.h>
 #include <openssl/x509.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +13,7 @@
 
 #include "util/internal/Deadline.h"
 #include "util/internal/FilePtr.h"
+#include "util/internal/Ipv4.h"
 #include "util/internal/KeyFormat.h"
 #include "util/internal/Log.h"
 #include "util/internal/OpenSslCompat.h"
@@ -47,7 +49,7 @@ std::atomic<int32_t> OpenSslImpl::ref_cnt{0};
 // ---- Configuration ----
 
 OpenSslImpl::OpenSslImpl(bool is_server, SslWrapper::Method method)
-    : is_server_(is_server), ssl_method_(method) {
+    : maker_(getpid()), is_server_(is_server), ssl_method_(method) {
   static constexpr char kFunction[] =
       "hvn::util::OpenSslImpl::OpenSslImpl(bool, hvn::util::SslWrapper::Method)";
   const ErrorQueueGuard guard;
@@ -76,7 +78,7 @@ void OpenSslImpl::CountIn() {
 OpenSslImpl::~OpenSslImpl() {
   const ErrorQueueGuard guard;
   for (auto& entry : ssl_map_) {
-    entry.second.SendCloseNotify(entry.first, 0);
+    if (getpid() == maker_) entry.second.SendCloseNotify(entry.first);  // not in a forked child
     SSL_certs_clear(entry.second.get());
     SSL_clear(entry.second.get());
     entry.second = TlsSession();
@@ -172,20 +174,21 @@ hvn::Result OpenSslImpl::SetCertChainFile(std::string path) {
   return hvn::kFailure;
 }
 
+// A host that OpenSSL refuses (one with a NUL) leaves everything as it was.
 bool OpenSslImpl::VerifyPeer(std::string host) {
   if (!ctx_) return false;
   const ErrorQueueGuard guard;
+  const bool is_address = IsValidAddress(host, false) || IsValidAddress(host, true);
   X509_VERIFY_PARAM* const wanted = SSL_CTX_get0_param(ctx_.get());
-  X509_VERIFY_PARAM_set1_host(wanted, nullptr, 0);
-  X509_VERIFY_PARAM_set1_ip(wanted, nullptr, 0);
-  const bool is_address = X509_VERIFY_PARAM_set1_ip_asc(wanted, host.c_str()) == 1;
-  const bool is_name = !is_address && !host.empty();
-  if (is_name && X509_VERIFY_PARAM_set1_host(wanted, host.data(), host.size()) != 1) {
+  if (X509_VERIFY_PARAM_set1_host(wanted, is_address ? "" : host.data(),
+                                  is_address ? 0 : host.size()) != 1) {
     HUTIL_LOG(LOG_ERR, "%s %d: ERROR: cannot verify peers as [%s]\n",
               "bool hvn::util::OpenSslImpl::VerifyPeer(std::string)", __LINE__, host.c_str());
     return false;
   }
-  server_name_ = is_name ? std::move(host) : std::string();
+  X509_VERIFY_PARAM_set1_ip(wanted, nullptr, 0);
+  if (is_address) X509_VERIFY_PARAM_set1_ip_asc(wanted, host.c_str());
+  server_name_ = is_address ? std::string() : std::move(host);
   // Without a name for its sessions a server that verifies refuses every client that comes again.
   SSL_CTX_set_session_id_context(ctx_.get(), reinterpret_cast<const unsigned char*>("hutil"), 5);
   SSL_CTX_set_verify(ctx_.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
@@ -352,6 +355,7 @@ ssize_t OpenSslImpl::Recv(int fd, void* data, size_t size) {
 OpenSslImpl::Step OpenSslImpl::RecvStep(int fd, void* data, size_t size) {
   std::lock_guard<Mutex> lock(mutex_);
   const TlsSession* const session = Find(fd, kRecv);
+  errno = session == nullptr ? ENOTCONN : EINVAL;
   if (session == nullptr || !IsTransferable(data, size)) return {-1};
   errno = 0;
   const int result = SSL_read(session->get(), data, static_cast<int>(size));
@@ -390,11 +394,13 @@ int OpenSslImpl::Write(int fd, const TlsSession& session, const char* data, int 
 OpenSslImpl::Step OpenSslImpl::SendStep(int fd, const void* data, size_t size) {
   std::lock_guard<Mutex> lock(mutex_);
   const TlsSession* const session = Find(fd, kSend);
+  errno = session == nullptr ? ENOTCONN : EINVAL;
   if (session == nullptr || !IsTransferable(data, size)) return {-1};
   errno = 0;
   const int result = SSL_write(session->get(), data, static_cast<int>(size));
   Step step = {result > 0 ? result : -1, session->Awaits(result)};
   if (result < 1) ERR_clear_error();
+  if (result < 1 && errno == 0) errno = EPROTO;  // a failure of TLS's, not of the socket's
   return step;
 }
 
@@ -404,11 +410,11 @@ size_t OpenSslImpl::Pending(int fd) {
   return found == ssl_map_.end() ? 0 : static_cast<size_t>(SSL_pending(found->second.get()));
 }
 
-void OpenSslImpl::SendCloseNotify(int fd, int wait_ms) {
+void OpenSslImpl::SendCloseNotify(int fd) {
   std::lock_guard<Mutex> lock(mutex_);
   const ErrorQueueGuard guard;
   const auto found = ssl_map_.find(fd);
-  if (found != ssl_map_.end()) found->second.SendCloseNotify(fd, wait_ms);
+  if (found != ssl_map_.end()) found->second.SendCloseNotify(fd);
 }
 
 bool OpenSslImpl::RemoveClient(int fd) {

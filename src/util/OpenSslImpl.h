@@ -71,7 +71,7 @@ class OpenSslImpl {
   /// May write a part.
   Step SendStep(int fd, const void* data, size_t size);
   /// TlsSession::SendCloseNotify; an unknown descriptor is ignored.
-  void SendCloseNotify(int fd, int wait_ms);
+  void SendCloseNotify(int fd);
 
   /// Objects ever made in this process; the first one initialises OpenSSL.
   static std::atomic<int32_t> ref_cnt;
@@ -93,6 +93,7 @@ class OpenSslImpl {
   int Write(int fd, const TlsSession& session, const char* data, int size) const;
   const TlsSession* Find(int fd, const char* function);
 
+  const pid_t maker_;                          ///< The process whose connections these are.
   std::unique_ptr<SSL_CTX, ContextFree> ctx_;  ///< Freed after the connections.
   bool is_server_;
   SslWrapper::Method ssl_method_;

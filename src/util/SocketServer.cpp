@@ -12,6 +12,7 @@
 #include "util/internal/ClientTable.h"
 #include "util/internal/CurrentEvent.h"
 #include "util/internal/Datagram.h"
+#include "util/internal/Deadline.h"
 #include "util/internal/EventGate.h"
 #include "util/internal/HeapBuffer.h"
 #include "util/internal/IgnoreResult.h"
@@ -73,12 +74,20 @@ SocketServer::SocketServer(int fd, Socket::Protocol protocol, Socket::Domain dom
       server_option_(std::move(option)),
       data_cb_(std::move(cb)),
       ssl_(ssl) {
-  if (protocol_ == kTcp && !IsListening(fd_) && listen(fd_, server_option_.backlog) != 0) {
+  AdoptDescriptor();
+  Start();
+}
+
+// Other processes may serve it too: an accept must not wait for the client that one of them took.
+void SocketServer::AdoptDescriptor() {
+  TuneSocket(fd_, server_option_.socket_option, false);
+  if (protocol_ != kTcp) return;
+  if (!IsListening(fd_) && listen(fd_, server_option_.backlog) != 0) {
     HUTIL_LOG(LOG_ERR, "%s %d: cannot listen on fd [%d] errno [%d]\n", kConstructor, __LINE__, fd_,
               errno);
     fd_ = kNoFd;
   }
-  Start();
+  SetNonBlock(true);
 }
 
 // All is in place before the loop can hear of a client: none may miss its handshake or its limits.
@@ -118,9 +127,12 @@ bool SocketServer::StartGuard() {
 SocketServer::~SocketServer() {
   if (getpid() == maker_) {
     ReleaseLoop();
-  } else {
-    gate_->AbandonParent();
+    return;
   }
+  gate_->AbandonParent();
+  if (guard_) guard_->AbandonParent();
+  owns_fd_ = false;  // nor is the socket file removed or the listener shut down
+  path_.clear();
 }
 
 /// Lets no further event in and waits for the one under way, which finds nobody in the table to
@@ -128,7 +140,7 @@ SocketServer::~SocketServer() {
 /// for an answer) is cut off, or the loop's thread could not be joined.
 void SocketServer::ReleaseLoop() {
   gate_->Shut();
-  const std::vector<ClientPtr> clients = clients_->Clear();
+  const std::vector<ClientPtr> clients = clients_->Close();
   if (gate_->AwaitEnd()) return;
   for (const ClientPtr& client : clients) {
     const bool in_use = client.use_count() > 1;  // by the event, or by a send of its callback
@@ -167,13 +179,13 @@ void SocketServer::FdCallback(int fd, FdType /*type*/) {
 // ---- A client comes ----
 
 void SocketServer::AcceptClient() {
-  // A descriptor of the daemon's may be served by other processes too, who take the client.
-  if (!owns_fd_ && !WaitUntilReadable(fd_, 0)) return;
-  if (owns_fd_) gate_->SetWaitsFor(fd_);
+  if (owns_fd_ && !gate_->SetWaitsFor(fd_)) return;
   std::string path;
   const int client = Accept(path);
   const int error = errno;
   gate_->SetWaitsFor(kNoFd);
+  if (client < 0 && error == EAGAIN && !owns_fd_) return;
+  if (server_option_.client_gone_cb) TellOfDeparted();  // one of whom may have had the number
   // Only TCP servers come here, so the protocol's other name never shows.
   HUTIL_LOG(LOG_DEBUG, "%s %d: add fd [%d] path [%s] server path [%s] proto [%s]\n", kFdCallback,
             __LINE__, client, path.c_str(), path_.c_str(), protocol_ == kTcp ? "tcp" : "udp");
@@ -202,8 +214,16 @@ bool SocketServer::ShakeHands(int client) {
 }
 
 void SocketServer::Admit(int client, const std::string& path) {
-  if (server_option_.linger) SetGracefulClose(client);
-  AddFd(client, path);
+  if (server_option_.linger) {
+    SetGracefulClose(client);
+  } else if (!owns_fd_) {
+    SetAbortiveClose(client);  // other clients inherit it from the listener
+  }
+  if (!Enter(client, path)) {
+    TurnAway(client);
+    if (ssl_ != nullptr) ssl_->RemoveClient(client);
+    return;
+  }
   NewClientCallback new_client_cb;
   {
     std::lock_guard<Mutex> lock(mutex_);
@@ -212,9 +232,12 @@ void SocketServer::Admit(int client, const std::string& path) {
   if (new_client_cb) new_client_cb(fd_, client, path);
 }
 
-void SocketServer::AddFd(int fd, std::string path) {
+void SocketServer::AddFd(int fd, std::string path) { Enter(fd, std::move(path)); }
+
+/// False where the server is going.
+bool SocketServer::Enter(int fd, std::string path) {
   const bool limited = guard_ && guard_->limits() != nullptr;
-  clients_->Add(fd, std::move(path), limited ? std::make_unique<Peer>() : nullptr);
+  return clients_->Add(fd, std::move(path), limited ? std::make_unique<Peer>() : nullptr);
 }
 
 // ---- It sends ----
@@ -325,7 +348,10 @@ bool SocketServer::Close(int client) {
   if (record->peer) {
     guard_->limits()->Close(*record);
   } else {
-    if (ssl_ != nullptr) ImplOf(*ssl_).SendCloseNotify(client, kCloseNotifyWaitMs);
+    if (ssl_ != nullptr) {
+      AwaitEvents(client, POLLOUT, Deadline(kCloseNotifyWaitMs));
+      ImplOf(*ssl_).SendCloseNotify(client);
+    }
     shutdown(client, SHUT_WR);
   }
   return true;
@@ -340,9 +366,13 @@ void SocketServer::DropClient(ClientPtr client) {
 void SocketServer::RemoveFd(int fd) { clients_->Remove(fd); }
 
 /// The records keep the descriptors of dropped clients open until the daemon has heard of them.
+/// What it does then may make others leave.
 void SocketServer::TellOfDeparted() {
-  for (const ClientPtr& client : clients_->TakeDeparted()) {
-    server_option_.client_gone_cb(fd_, client->fd, client->path);
+  for (auto departed = clients_->TakeDeparted(); !departed.empty();
+       departed = clients_->TakeDeparted()) {
+    for (const ClientPtr& client : departed) {
+      server_option_.client_gone_cb(fd_, client->fd, client->path);
+    }
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <mutex>
 #include <utility>
 
@@ -24,6 +25,9 @@ namespace {
 
 constexpr char kFdCallback[] =
     "void hvn::util::SocketServerRunner::FdCallback(int, hvn::util::FdType)";
+constexpr char kSetClientGoneCb[] =
+    "void hvn::util::SocketServerRunner::SetClientGoneCb("
+    "hvn::util::SocketServerRunner::ClientGoneCallback)";
 constexpr uint32_t kRecvBufSize = 32768;
 constexpr int kAcceptWaitMs = 1;
 
@@ -42,8 +46,11 @@ void SocketServerRunner::SetClientGoneCb(ClientGoneCallback cb) {
   tells_of_departed_ = client_gone_cb_ != nullptr;
   if (watch_ || !client_gone_cb_) return;
   watch_ = std::make_unique<PeerWatch>();
+  if (watch_->fd() < 0) {
+    HUTIL_LOG(LOG_ERR, "%s %d: cannot watch peers errno [%d]\n", kSetClientGoneCb, __LINE__, errno);
+  }
   fd_monitor_->Add(watch_->fd(), kRead, [this](int /*fd*/, FdType /*type*/) {
-    watch_->Serve([](int /*fd*/) {}, [] { return -1; });
+    watch_->Serve([](int /*fd*/) {}, [] { return INT64_MAX; });
     TellOfDeparted();
   });
 }
@@ -125,15 +132,18 @@ SocketServerRunner::ClientPtr SocketServerRunner::Note(const ServerInfo& server,
 
 /// The records keep the descriptors of closed clients open until the daemon has heard of them.
 void SocketServerRunner::TellOfDeparted() {
-  decltype(departed_) departed;
-  ClientGoneCallback client_gone_cb;
-  {
-    std::lock_guard<Mutex> lock(mutex_);
-    departed.swap(departed_);
-    client_gone_cb = client_gone_cb_;
-  }
-  for (const auto& entry : departed) {
-    if (client_gone_cb) client_gone_cb(entry.first, entry.second->fd, entry.second->path);
+  for (;;) {
+    decltype(departed_) departed;
+    ClientGoneCallback client_gone_cb;
+    {
+      std::lock_guard<Mutex> lock(mutex_);
+      departed.swap(departed_);
+      client_gone_cb = client_gone_cb_;
+    }
+    if (departed.empty()) return;
+    for (const auto& entry : departed) {
+      if (client_gone_cb) client_gone_cb(entry.first, entry.second->fd, entry.second->path);
+    }
   }
 }
 
@@ -178,11 +188,11 @@ bool SocketServerRunner::HasUnnamedClient(const ServerInfo& info) {
 /// server's own event of the same pass is about: an accept that may wait does so for a moment only,
 /// and counts as failed then.
 void SocketServerRunner::AcceptClient(Socket* server, bool may_wait) {
-  if (tells_of_departed_) TellOfDeparted();  // or a newcomer could have the number of one
   std::string path;
   const bool comes = !may_wait || WaitUntilReadable(server->fd(), kAcceptWaitMs);
   const int client = comes ? server->Accept(path) : -1;
   const int error = comes ? errno : 0;
+  if (tells_of_departed_) TellOfDeparted();  // one of whom may have had the number
   HUTIL_LOG(LOG_DEBUG, "%s %d: server [%d:%s] accept client [%d:%s\n", kFdCallback, __LINE__,
             server->fd(), server->path().c_str(), client, path.c_str());
   if (client < 0) PauseIfExhausted(error);

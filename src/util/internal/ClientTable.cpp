@@ -17,11 +17,13 @@ void ClientTable::KeepDeparted(std::function<void()> on_departure) {
   on_departure_ = std::move(on_departure);
 }
 
-void ClientTable::Add(int fd, std::string path, std::unique_ptr<Peer> peer) {
+bool ClientTable::Add(int fd, std::string path, std::unique_ptr<Peer> peer) {
   std::lock_guard<Mutex> lock(mutex_);
-  if (clients_.count(fd) > 0) return;
+  if (closed_) return false;
+  if (clients_.count(fd) > 0) return true;
   if (monitor_ != nullptr) monitor_->Add(fd, kRead, callback_);
   clients_.emplace(fd, std::make_shared<Client>(fd, std::move(path), std::move(peer)));
+  return true;
 }
 
 ClientPtr ClientTable::Find(int fd) {
@@ -87,10 +89,14 @@ std::vector<ClientPtr> ClientTable::TakeDeparted() {
   return departed;
 }
 
-std::vector<ClientPtr> ClientTable::Clear() {
-  std::vector<ClientPtr> all = All();
+std::vector<ClientPtr> ClientTable::Close() {
+  std::vector<ClientPtr> all;
   std::lock_guard<Mutex> lock(mutex_);
-  for (const auto& entry : clients_) entry.second->left = true;
+  closed_ = true;
+  for (const auto& entry : clients_) {
+    entry.second->left = true;
+    all.push_back(entry.second);
+  }
   clients_.clear();
   return all;
 }

@@ -25,8 +25,9 @@ class ClientTable {
   /// held.
   void KeepDeparted(std::function<void()> on_departure);
 
-  /// Enters a client; one already known keeps its path. `peer` may be null.
-  void Add(int fd, std::string path, std::unique_ptr<Peer> peer);
+  /// Enters a client; one already known keeps its path. `peer` may be null. False once the table is
+  /// closed.
+  bool Add(int fd, std::string path, std::unique_ptr<Peer> peer);
   /// Null where there is none of that number.
   ClientPtr Find(int fd);
   std::vector<ClientPtr> All();
@@ -43,8 +44,8 @@ class ClientTable {
 
   /// Those who have left since the last call. A dropped one is closed when its record goes.
   std::vector<ClientPtr> TakeDeparted();
-  /// Empties the table without a word; returns who was in it.
-  std::vector<ClientPtr> Clear();
+  /// Empties the table without a word, for good; returns who was in it.
+  std::vector<ClientPtr> Close();
 
  private:
   using Clients = std::map<int, ClientPtr>;
@@ -57,6 +58,7 @@ class ClientTable {
   Mutex mutex_;  ///< Guards what follows.
   Clients clients_;
   std::vector<ClientPtr> departed_;
+  bool closed_ = false;
 };
 
 }  // namespace util

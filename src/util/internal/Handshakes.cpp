@@ -22,7 +22,7 @@ Handshakes::~Handshakes() {
 
 void Handshakes::Begin(int fd, std::string path) {
   const Newcomer newcomer = {std::move(path), MonotonicMs() + limit_ms_};
-  watch_.RingWithin(limit_ms_);
+  watch_.RingAt(newcomer.until);
   MakeStep(newcomers_.insert_or_assign(fd, newcomer).first);
 }
 

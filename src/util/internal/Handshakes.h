@@ -31,6 +31,8 @@ class Handshakes {
   bool Continue(int fd);
   /// Turns away whose time is over at `now`, and returns when the next one's is, or Outbox::kNever.
   int64_t Expire(int64_t now);
+  /// In a forked child: leaves the newcomers, who are the parent's, alone.
+  void AbandonParent() { newcomers_.clear(); }
 
  private:
   struct Newcomer {

@@ -8,12 +8,20 @@
 #include <climits>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "util/internal/Deadline.h"
 
 namespace hvn {
 namespace util {
+
+namespace {
+
+constexpr char kNotTaken[] = "answer not taken in time";
+constexpr size_t kMostKept = size_t{8} << 20;
+
+}  // namespace
 
 PeerLimits::PeerLimits(PeerWatch& watch, OpenSslImpl* tls, int limit_ms, SetReading set_reading)
     : watch_(watch), tls_(tls), limit_ms_(limit_ms), set_reading_(std::move(set_reading)) {}
@@ -24,7 +32,7 @@ ssize_t PeerLimits::Send(Client& client, const void* data, size_t size) {
   if (data == nullptr || size == 0) return -1;
   Peer& peer = *client.peer;
   std::lock_guard<Mutex> lock(peer.mutex);
-  if (!peer.failure.empty()) return -1;
+  if (!peer.failure.empty() || client.closing) return -1;
   std::string_view rest(static_cast<const char*>(data), size);
   if (peer.outbox.empty()) {
     short awaits = 0;
@@ -33,9 +41,28 @@ ssize_t PeerLimits::Send(Client& client, const void* data, size_t size) {
     set_reading_(client, false);
     watch_.Watch(client.fd, awaits);
   }
-  peer.outbox.Add(rest, MonotonicMs() + limit_ms_);
-  watch_.RingWithin(limit_ms_);
-  return static_cast<ssize_t>(size);
+  return Keep(client, rest) ? static_cast<ssize_t>(size) : -1;
+}
+
+/// For the peer to take later. A callback that answers in many pieces keeps the loop from looking
+/// at the time, so it is looked at here too.
+bool PeerLimits::Keep(Client& client, std::string_view rest) {
+  Outbox& outbox = client.peer->outbox;
+  const int64_t now = MonotonicMs();
+  const char* why = nullptr;
+  if (outbox.until() <= now) why = kNotTaken;
+  if (outbox.bytes().size() > kMostKept) why = "too many answers not taken";
+  try {
+    if (why == nullptr) outbox.Add(rest, now + limit_ms_);
+  } catch (const std::bad_alloc&) {
+    why = "no memory for its answers";
+  }
+  if (why == nullptr) {
+    watch_.RingAt(now + limit_ms_);
+  } else {
+    Fail(client, why);
+  }
+  return why == nullptr;
 }
 
 /// Sends from the front of `bytes` as far as the peer takes them, which leaves what its next taking
@@ -83,6 +110,7 @@ bool PeerLimits::Flush(Client& client) {
     return false;
   }
   if (client.closing) EndSending(client);
+  if (peer.record_until != Outbox::kNever) LimitRecord(peer);  // which nobody has read meanwhile
   set_reading_(client, true);
   return true;
 }
@@ -91,7 +119,7 @@ void PeerLimits::Close(Client& client) {
   Peer& peer = *client.peer;
   std::lock_guard<Mutex> lock(peer.mutex);
   peer.close_until = MonotonicMs() + limit_ms_;
-  watch_.RingWithin(limit_ms_);
+  watch_.RingAt(peer.close_until);
   if (peer.outbox.empty()) EndSending(client);
 }
 
@@ -102,7 +130,7 @@ void PeerLimits::EndSending(const Client& client) {
     watch_.Watch(client.fd, POLLOUT);
     return;
   }
-  if (tls_ != nullptr) tls_->SendCloseNotify(client.fd, 0);
+  if (tls_ != nullptr) tls_->SendCloseNotify(client.fd);
   shutdown(client.fd, SHUT_WR);
 }
 
@@ -121,11 +149,16 @@ ssize_t PeerLimits::Receive(Client& client, void* buffer, size_t size) {
   if (!step.in_record) {
     peer.record_until = Outbox::kNever;
   } else if (peer.record_until == Outbox::kNever) {
-    peer.record_until = MonotonicMs() + limit_ms_;
-    watch_.RingWithin(limit_ms_);
+    LimitRecord(peer);
   }
   if (step.awaits != 0) errno = EAGAIN;
   return step.result;
+}
+
+/// With the client's lock held.
+void PeerLimits::LimitRecord(Peer& peer) {
+  peer.record_until = MonotonicMs() + limit_ms_;
+  watch_.RingAt(peer.record_until);
 }
 
 PeerLimits::Turn PeerLimits::TurnOf(Client& client, std::string& why) {
@@ -143,13 +176,14 @@ void PeerLimits::Expire(Client& client, int64_t now, int64_t& next) {
   std::lock_guard<Mutex> lock(peer.mutex);
   if (!peer.failure.empty()) return;
   if (peer.outbox.until() <= now) {
-    Fail(client, "answer not taken in time");
-  } else if (peer.record_until <= now) {
+    Fail(client, kNotTaken);
+  } else if (peer.outbox.empty() && peer.record_until <= now) {
     Fail(client, "record not completed in time");
   } else if (peer.close_until <= now) {
     Fail(client, "connection not closed in time");
   } else {
-    next = std::min({next, peer.outbox.until(), peer.record_until, peer.close_until});
+    const int64_t record_until = peer.outbox.empty() ? peer.record_until : Outbox::kNever;
+    next = std::min({next, peer.outbox.until(), record_until, peer.close_until});
   }
 }
 

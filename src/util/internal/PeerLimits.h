@@ -51,6 +51,8 @@ class PeerLimits {
 
  private:
   void Fail(Client& client, std::string why);
+  bool Keep(Client& client, std::string_view rest);
+  void LimitRecord(Peer& peer);
   bool Push(Client& client, std::string_view& bytes, short& awaits);
   ssize_t TrySend(const Client& client, std::string_view bytes, short& awaits) const;
   void EndSending(const Client& client);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <mutex>
 
 #include "util/internal/IgnoreResult.h"
 #include "util/internal/Select.h"
@@ -16,7 +17,6 @@ namespace util {
 namespace {
 
 constexpr int kEventsAtOnce = 64;
-constexpr int64_t kNsPerSecond = 1000000000;
 
 static_assert(POLLIN == EPOLLIN && POLLOUT == EPOLLOUT, "the kernel has one set of numbers");
 
@@ -43,26 +43,18 @@ void PeerWatch::Watch(int fd, short events) {
   epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event);
 }
 
-void PeerWatch::RingWithin(int span_ms) {
-  if (!armed_.exchange(true)) SetTimer(int64_t{span_ms} * 1000000);
-}
-
-void PeerWatch::Ring() {
-  rung_ = true;
-  SetTimer(0);
-}
-
-/// 0 would take the time away: the next nanosecond is as soon as can be.
-void PeerWatch::SetTimer(int64_t span_ns) {
-  if (span_ns < 1) span_ns = 1;
-  itimerspec time = {};
-  time.it_value.tv_sec = static_cast<decltype(time.it_value.tv_sec)>(span_ns / kNsPerSecond);
-  time.it_value.tv_nsec = static_cast<long>(span_ns % kNsPerSecond);
-  timerfd_settime(timer_.get(), 0, &time, nullptr);
+void PeerWatch::RingAt(int64_t time_ms) {
+  std::lock_guard<Mutex> lock(mutex_);
+  if (time_ms >= rings_at_) return;
+  rings_at_ = time_ms;
+  itimerspec time = {};  // a time that is over rings too, but none at all does not
+  time.it_value.tv_sec = static_cast<decltype(time.it_value.tv_sec)>(time_ms / 1000);
+  time.it_value.tv_nsec = static_cast<long>(time_ms % 1000) * 1000000 + 1;
+  timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &time, nullptr);
 }
 
 void PeerWatch::Serve(const std::function<void(int)>& on_ready,
-                      const std::function<int()>& on_ring) {
+                      const std::function<int64_t()>& on_ring) {
   epoll_event events[kEventsAtOnce];
   const int count = epoll_wait(epoll_.get(), events, kEventsAtOnce, 0);
   bool rings = false;
@@ -74,16 +66,13 @@ void PeerWatch::Serve(const std::function<void(int)>& on_ready,
     }
   }
   if (!rings) return;
-  uint64_t times = 0;
-  IgnoreResult(read(timer_.get(), &times, sizeof(times)));
-  // Before the look at everything, which may miss what other threads do meanwhile.
-  armed_ = false;
-  rung_ = false;
-  const int next_ms = on_ring();
-  if (next_ms < 0) return;
-  armed_ = true;
-  SetTimer(int64_t{next_ms} * 1000000);
-  if (rung_) SetTimer(0);  // which that has undone
+  {
+    std::lock_guard<Mutex> lock(mutex_);
+    uint64_t times = 0;
+    IgnoreResult(read(timer_.get(), &times, sizeof(times)));
+    rings_at_ = INT64_MAX;
+  }
+  RingAt(on_ring());
 }
 
 }  // namespace util

@@ -1,10 +1,10 @@
 #ifndef HUTIL_UTIL_INTERNAL_PEERWATCH_H_
 #define HUTIL_UTIL_INTERNAL_PEERWATCH_H_
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 
+#include "util/Thread.h"
 #include "util/internal/UniqueFd.h"
 
 namespace hvn {
@@ -23,23 +23,21 @@ class PeerWatch {
   /// Has Serve tell once when `fd` is ready for `events` of poll(2), or in no state to be. Closing
   /// it ends that. Any thread.
   void Watch(int fd, short events);
-  /// Has Serve ring in `span_ms` milliseconds, or when it already is to: to be called with one span
-  /// only, so that an earlier call is an earlier time. Any thread.
-  void RingWithin(int span_ms);
+  /// Has Serve ring at `time_ms` of MonotonicMs, or earlier where it already is to; never for
+  /// INT64_MAX. Any thread.
+  void RingAt(int64_t time_ms);
   /// Has Serve ring at once. Any thread.
-  void Ring();
+  void Ring() { RingAt(0); }
 
-  /// Calls back for what has come. `on_ring` looks at everything that may be due and returns in how
-  /// many milliseconds it wants to look again, or less than 0. Loop thread.
-  void Serve(const std::function<void(int)>& on_ready, const std::function<int()>& on_ring);
+  /// Calls back for what has come. `on_ring` looks at everything that may be due and returns when
+  /// it wants to look again, as for RingAt. Loop thread.
+  void Serve(const std::function<void(int)>& on_ready, const std::function<int64_t()>& on_ring);
 
  private:
-  void SetTimer(int64_t span_ns);
-
   UniqueFd epoll_;
   UniqueFd timer_;
-  std::atomic<bool> armed_{false};  ///< The timer is set.
-  std::atomic<bool> rung_{false};   ///< Ring has been called since Serve last began to ring.
+  Mutex mutex_;                   ///< Guards the timer's setting, which is
+  int64_t rings_at_ = INT64_MAX;  ///< this time.
 };
 
 }  // namespace util

@@ -18,9 +18,9 @@ int OpenSpare() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
 }  // namespace
 
 ServerGuard::ServerGuard(ClientTable& clients, SslWrapper* ssl, int limit_ms, Hooks hooks)
-    : clients_(clients), ssl_(ssl), hooks_(std::move(hooks)) {
+    : clients_(clients), hooks_(std::move(hooks)) {
   if (limit_ms <= 0) return;
-  OpenSslImpl* const tls = ssl_ != nullptr ? &ImplOf(*ssl_) : nullptr;
+  OpenSslImpl* const tls = ssl != nullptr ? &ImplOf(*ssl) : nullptr;
   limits_ = std::make_unique<PeerLimits>(
       watch_, tls, limit_ms,
       [this](const Client& client, bool reads) { clients_.SetReading(client, reads); });
@@ -37,17 +37,20 @@ void ServerGuard::Serve() {
 void ServerGuard::ServePeer(int fd) {
   if (handshakes_ && handshakes_->Continue(fd)) return;
   const ClientPtr client = clients_.Find(fd);
-  if (!client || !client->peer || !limits_->Flush(*client)) return;
-  if (ssl_ != nullptr && ssl_->Pending(fd) > 0) hooks_.receive(client);
+  // What TLS holds decrypted, or could not go on with, select does not tell of.
+  if (client && client->peer && limits_->Flush(*client)) hooks_.receive(client);
 }
 
-/// Returns after how many milliseconds to look again; less than 0 for never.
-int ServerGuard::FailOverdue() {
-  if (!limits_) return -1;
+int64_t ServerGuard::FailOverdue() {
+  if (!limits_) return Outbox::kNever;
   const int64_t now = MonotonicMs();
   int64_t next = handshakes_ ? handshakes_->Expire(now) : Outbox::kNever;
   for (const ClientPtr& client : clients_.All()) limits_->Expire(*client, now, next);
-  return next == Outbox::kNever ? -1 : static_cast<int>(next - now);
+  return next;
+}
+
+void ServerGuard::AbandonParent() {
+  if (handshakes_) handshakes_->AbandonParent();
 }
 
 void ServerGuard::Welcome(int newcomer, const std::string& path, int error) {

@@ -1,6 +1,7 @@
 #ifndef HUTIL_UTIL_INTERNAL_SERVERGUARD_H_
 #define HUTIL_UTIL_INTERNAL_SERVERGUARD_H_
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -35,6 +36,9 @@ class ServerGuard {
   /// Has Serve called soon. Any thread.
   void Wake() { watch_.Ring(); }
 
+  /// In a forked child: leaves what is the parent's alone.
+  void AbandonParent();
+
   /// Null without a time limit.
   PeerLimits* limits() const { return limits_.get(); }
   /// What accept gave: admits the newcomer, begins its handshake, or turns it away.
@@ -42,11 +46,10 @@ class ServerGuard {
 
  private:
   void ServePeer(int fd);
-  int FailOverdue();
+  int64_t FailOverdue();
   void TurnNewcomerAway(int error);
 
   ClientTable& clients_;
-  SslWrapper* const ssl_;
   const Hooks hooks_;
   PeerWatch watch_;
   std::unique_ptr<PeerLimits> limits_;

@@ -151,6 +151,11 @@ void SetGracefulClose(int fd) {
   setsockopt(fd, SOL_SOCKET, SO_LINGER, &off, sizeof(off));
 }
 
+void SetAbortiveClose(int fd) {
+  const linger none = {1, 0};
+  setsockopt(fd, SOL_SOCKET, SO_LINGER, &none, sizeof(none));
+}
+
 bool IsListening(int fd) {
   int value = 0;
   socklen_t length = sizeof(value);

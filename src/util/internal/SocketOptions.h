@@ -38,8 +38,9 @@ void SendAtOnce(int fd);
 /// Beyond the system's limit where the process may.
 void EnlargeReceiveBuffer(int fd, int size);
 
-/// Has closing send what is still to be sent, in place of resetting the connection.
+/// Has closing send what is still to be sent, or reset the connection.
 void SetGracefulClose(int fd);
+void SetAbortiveClose(int fd);
 
 bool IsListening(int fd);
 

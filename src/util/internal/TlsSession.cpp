@@ -37,9 +37,9 @@ short TlsSession::Awaits(int result) const {
 bool TlsSession::IsWithinRecord() const { return HasPartOfRecord(ssl_.get()); }
 
 // poll tells more than POLLOUT of a peer that has gone, which a send would answer with SIGPIPE.
-void TlsSession::SendCloseNotify(int fd, int wait_ms) const {
+void TlsSession::SendCloseNotify(int fd) const {
   pollfd peer = {fd, POLLOUT, 0};
-  const bool takes_it = poll(&peer, 1, wait_ms) == 1 && peer.revents == POLLOUT;
+  const bool takes_it = poll(&peer, 1, 0) == 1 && peer.revents == POLLOUT;
   if (!takes_it) SSL_set_quiet_shutdown(ssl_.get(), 1);
   SSL_shutdown(ssl_.get());
 }

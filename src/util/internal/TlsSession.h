@@ -31,9 +31,8 @@ class TlsSession {
   /// Whether the peer has sent a part of a record that is still to be completed.
   bool IsWithinRecord() const;
 
-  /// Tells the peer that nothing more comes, but for one that has gone or has no room for that
-  /// within `wait_ms` milliseconds.
-  void SendCloseNotify(int fd, int wait_ms) const;
+  /// Tells the peer that nothing more comes, but for one that has gone or has no room for that.
+  void SendCloseNotify(int fd) const;
 
  private:
   struct Free {
