@@ -285,19 +285,19 @@ bool OpenSslImpl::Connect(int fd) {
 /// With the lock held, to the end of it.
 bool OpenSslImpl::Handshake(int fd, TlsSession session, int (*handshake)(SSL*),
                             const char* function) {
+  // Whom, since a peer that breaks off has no name any more.
+  const std::string peer = tells_failures_ ? PeerName(fd) : std::string();
   errno = 0;  // what a failure is told by, where OpenSSL gives no reason
   if (Drive(fd, session, handshake) == 1) {
     ssl_map_.emplace(fd, std::move(session));
     return true;
   }
-  if (tells_failures_) LogFailure(fd, session, function);
+  const int error = errno;
+  if (tells_failures_) {
+    HUTIL_LOG(LOG_ERR, "%s %d: handshake with [%s] failed: %s\n", function, __LINE__, peer.c_str(),
+              TlsFailure(session.get(), error).c_str());
+  }
   return false;
-}
-
-void OpenSslImpl::LogFailure(int fd, const TlsSession& session, const char* function) {
-  const std::string reason = TlsFailure(session.get(), errno);
-  HUTIL_LOG(LOG_ERR, "%s %d: handshake with [%s] failed: %s\n", function, __LINE__,
-            PeerName(fd).c_str(), reason.c_str());
 }
 
 OpenSslImpl::Step OpenSslImpl::AcceptStep(int fd) {

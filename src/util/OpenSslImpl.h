@@ -87,7 +87,6 @@ class OpenSslImpl {
   TlsSession NewSession(int fd, TlsSession::Patience patience);
   TlsSession::Patience PatienceOfOwnCalls() const;
   bool Handshake(int fd, TlsSession session, int (*handshake)(SSL*), const char* function);
-  void LogFailure(int fd, const TlsSession& session, const char* function);
   template <typename Operation>
   int Drive(int fd, const TlsSession& session, Operation operation) const;
   int Write(int fd, const TlsSession& session, const char* data, int size) const;
