@@ -63,8 +63,9 @@ first_daemon() {
   cp "$certs/server.pem" cert.pem
   cp "$certs/server-key.pem" key.pem
   start
-  await run request_client tls ::1 8443 ready
-  says hello run request_client tls 127.0.0.1 8443 hello
+  await run request_client tls ::1 8443 ready "$certs/ca.pem"
+  exec 3<>/dev/tcp/127.0.0.1/8443 # who never says a word
+  says hello run request_client tls 127.0.0.1 8443 hello "$certs/ca.pem"
   ends
 }
 
@@ -75,8 +76,8 @@ echo_server() {
   refuses 1 run echo_server 7007
   ends
   start 7008 "$certs/server.pem" "$certs/server-key.pem"
-  await run request_client tls ::1 7008 ready
-  says hello run request_client tls 127.0.0.1 7008 hello
+  await run request_client tls ::1 7008 ready "$certs/ca.pem"
+  says hello run request_client tls 127.0.0.1 7008 hello "$certs/ca.pem"
   says verified s_client verified
   refuses 1 run request_client tcp ::1 7008 hello
   ends
@@ -96,8 +97,10 @@ s_server() { # WHAT_TO_ANSWER: a stranger's server, in place of this shell
 request_client() {
   s_server -rev &
   local server=$!
-  await run request_client tls ::1 7443 ready
-  says olleh run request_client tls 127.0.0.1 7443 hello
+  await run request_client tls ::1 7443 ready "$certs/ca.pem"
+  says olleh run request_client tls 127.0.0.1 7443 hello "$certs/ca.pem"
+  refuses 1 run request_client tls 127.0.0.1 7443 hello "$certs/other-ca.pem"
+  refuses 1 run request_client tls 127.0.0.2 7443 hello "$certs/ca.pem"
   kill "$server"
   refuses 1 run request_client tcp 127.0.0.1 7444 hello
   refuses 1 run request_client unix /tmp/nobody hello
@@ -106,16 +109,48 @@ request_client() {
 
 link_watcher() {
   start
-  await said 'has lo 00:00:00:00:00:00 up'
-  said 'has hutil0 .* up' || fail 'no hutil0'
+  await said 'has lo 00:00:00:00:00:00 running'
+  said 'has hutil0 .* running' || fail 'no hutil0'
   ip link add probe address 02:00:00:00:00:01 type veth peer name peer
   await said 'link probe 02:00:00:00:00:01 down'
   ip link set probe up
-  await said 'link probe 02:00:00:00:00:01 up'
+  await said 'link probe 02:00:00:00:00:01 no cable'
+  ip link set peer up
+  await said 'link probe 02:00:00:00:00:01 running'
   ip address add 192.0.2.1/24 dev probe
   await said 'IPv4 address on probe'
+  ip link add bridge type bridge
+  ip link set probe master bridge
+  ip link set probe nomaster
   ip link delete probe
-  await said 'gone 02:00:00:00:00:01'
+  await said 'gone probe'
+  [ "$(grep -c 'gone probe' /tmp/said)" = 1 ] || fail 'gone while it was there'
+  ends
+}
+
+# As systemd does it: a listening socket as descriptor 3, and a socket to tell of readiness.
+activate() {
+  exec setpriv --pdeathsig KILL python3 - "${runner[@]}" "$programs/activated_echo" <<'ACTIVATE'
+import os, socket, sys
+listening = socket.create_server(("::", 7010), family=socket.AF_INET6, dualstack_ipv6=True)
+os.dup2(listening.fileno(), 3, inheritable=True)
+os.environ.update(LISTEN_PID=str(os.getpid()), LISTEN_FDS="1", NOTIFY_SOCKET="/run/notify")
+os.execvp(sys.argv[1], sys.argv[1:])
+ACTIVATE
+}
+
+activated_echo() {
+  refuses 1 run activated_echo
+  python3 -c 'if True:
+    import socket
+    notify = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    notify.bind("/run/notify")
+    print(notify.recv(100).decode())' >/tmp/ready &
+  await test -S /run/notify
+  activate >/tmp/said 2>&1 &
+  daemon=$!
+  await grep -qx READY=1 /tmp/ready
+  says hello run request_client tcp 127.0.0.1 7010 hello
   ends
 }
 
@@ -152,7 +187,8 @@ periodic_tasks() {
 multi_server_runner() {
   start 7009 /run/control
   await run request_client tcp ::1 7009 ready
-  says 'line: hello' run request_client tcp 127.0.0.1 7009 hello
+  says 'line 1: hello' run request_client tcp 127.0.0.1 7009 hello
+  says 'line 1: hello' run request_client tcp 127.0.0.1 7009 hello
   says 'control: hello' run request_client unix /run/control hello
   ends
   [ ! -e /run/control ] || fail 'the socket file is still there'
@@ -164,10 +200,15 @@ http_fetch() {
   cd /tmp/www
   s_server -WWW &
   local server=$!
-  await run http_fetch https://localhost:7443/page
-  says 'a page' run http_fetch https://127.0.0.1:7443/page
+  await run http_fetch https://localhost:7443/page "$certs/ca.pem"
+  says 'a page' run http_fetch https://127.0.0.1:7443/page "$certs/ca.pem"
+  refuses 1 run http_fetch https://127.0.0.1:7443/page "$certs/other-ca.pem"
   kill "$server"
+  busybox httpd -p 127.0.0.1:7080 -h /tmp/www
+  await run http_fetch http://127.0.0.1:7080/page
+  refuses 1 run http_fetch http://127.0.0.1:7080/nothing
   refuses 1 run http_fetch http://127.0.0.1:7444/
+  refuses 1 run http_fetch file:///tmp/www/page
   refuses 2 run http_fetch
 }
 

@@ -18,10 +18,6 @@ namespace {
 
 constexpr int kTries = 3;
 
-/// One last call may be under way when RemoveTask returns, so what a task uses must outlive it.
-int s_polls = 0;
-int s_tries = 0;
-
 bool Poll(int task, void* arg) {
   int& polls = *static_cast<int*>(arg);
   std::printf("task %d: poll %d\n", task, ++polls);
@@ -50,12 +46,15 @@ int main(int argc, char** argv) {
   sigaddset(&ending, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
 
+  int polls = 0;
+  int tries = 0;
   TimerManager timers;
-  const int poll = timers.AddTask(1000LL * period_ms, Poll, &s_polls);
-  const int retry = timers.AddTask(1000LL * period_ms, Retry, &s_tries);
+  const int poll = timers.AddTask(1000LL * period_ms, Poll, &polls);
+  const int retry = timers.AddTask(1000LL * period_ms, Retry, &tries);
   if (poll < 0 || retry < 0) return EXIT_FAILURE;
   int caught = 0;
   sigwait(&ending, &caught);
-  timers.RemoveTask(poll);
+  timers.EndTask(poll);  // no call is under way after this, so that what they use may go
+  timers.EndTask(retry);
   return EXIT_SUCCESS;
 }

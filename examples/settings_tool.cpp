@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   if (verb == "set" && argc == 4) {
-    return PersistentConfig::SaveData(argv[2], argv[3]) == hvn::kSuccess ? 0 : 1;
+    return PersistentConfig::SaveDataAtomically(argv[2], argv[3]) == hvn::kSuccess ? 0 : 1;
   }
   std::fprintf(stderr, "usage: settings_tool get KEY | set KEY VALUE\n");
   return 2;
