@@ -7,22 +7,17 @@
 //
 // THE TLS PORT IS BOUND THROUGH AN IPv6 PATH ("::;8443"), which serves IPv4 clients as well. An
 // IPv4 path would not do: the library binds those to an ephemeral port, whatever port they name.
-// The Unix sockets are for root alone. TLS clients are not authenticated: keep the port off the
-// uplink.
+// The Unix sockets are for root alone. Clients see by the certificate whom they talk to, but are
+// not authenticated themselves: keep the port off the uplink.
 
 #include <getopt.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <syslog.h>
-#include <time.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,11 +40,10 @@ using hvn::util::Timer;
 namespace {
 
 constexpr int kUsageError = 2;
-constexpr long long kTickUs = 1000000;
-constexpr timespec kTickCheck = {3, 0};
+constexpr long long kUsPerSecond = 1000000;
 constexpr char kUsage[] =
     "gatewayd --cert FILE --key FILE [--port N] [--status PATH] [--control PATH] "
-    "[--heartbeat SECONDS] [--cipher LIST]... [--stderr]";
+    "[--heartbeat SECONDS] [--patience SECONDS] [--cipher LIST]... [--stderr]";
 
 struct Options {
   std::string cert;
@@ -58,6 +52,7 @@ struct Options {
   std::string status_path = "/run/gatewayd.status";
   std::string control_path = "/run/gatewayd.control";
   int heartbeat_s = 30;
+  int patience_s = 5;  ///< How long a peer, or a web server, may keep us waiting.
   std::vector<std::string> ciphers;
   bool log_to_stderr = false;
 };
@@ -87,6 +82,7 @@ void Apply(const std::string& option, const char* argument, Options& options) {
   if (option == "status") options.status_path = value;
   if (option == "control") options.control_path = value;
   if (option == "heartbeat") options.heartbeat_s = NumberOf(option, value, 1, 86400);
+  if (option == "patience") options.patience_s = NumberOf(option, value, 1, 3600);
   if (option == "cipher") options.ciphers.push_back(value);
   if (option == "stderr") options.log_to_stderr = true;
   if (option == "help") {
@@ -96,12 +92,17 @@ void Apply(const std::string& option, const char* argument, Options& options) {
 }
 
 Options Parse(int argc, char** argv) {
-  static const option kOptions[] = {
-      {"cert", required_argument, nullptr, 0},    {"key", required_argument, nullptr, 0},
-      {"port", required_argument, nullptr, 0},    {"status", required_argument, nullptr, 0},
-      {"control", required_argument, nullptr, 0}, {"heartbeat", required_argument, nullptr, 0},
-      {"cipher", required_argument, nullptr, 0},  {"stderr", no_argument, nullptr, 0},
-      {"help", no_argument, nullptr, 0},          {nullptr, 0, nullptr, 0}};
+  static const option kOptions[] = {{"cert", required_argument, nullptr, 0},
+                                    {"key", required_argument, nullptr, 0},
+                                    {"port", required_argument, nullptr, 0},
+                                    {"status", required_argument, nullptr, 0},
+                                    {"control", required_argument, nullptr, 0},
+                                    {"heartbeat", required_argument, nullptr, 0},
+                                    {"cipher", required_argument, nullptr, 0},
+                                    {"patience", required_argument, nullptr, 0},
+                                    {"stderr", no_argument, nullptr, 0},
+                                    {"help", no_argument, nullptr, 0},
+                                    {nullptr, 0, nullptr, 0}};
   Options options;
   int index = 0;
   opterr = 0;
@@ -128,43 +129,18 @@ sigset_t PrepareSignals() {
   return ending;
 }
 
+/// The file of the certificate holds those that lead from it to a root as well.
 void LoadTls(const Options& options, SslWrapper& ssl) {
   if (ssl.SetCertAndKeyFile(options.cert, options.key, SslWrapper::kPem, SslWrapper::kPem) !=
-      hvn::kSuccess) {
+          hvn::kSuccess ||
+      ssl.SetCertChainFile(options.cert) != hvn::kSuccess) {
     Refuse("no certificate and key in " + options.cert + " and " + options.key);
   }
+  if (!ssl.UseModernTls()) Refuse("no modern TLS in this OpenSSL");
   if (!options.ciphers.empty() && !ssl.SetCipherLists(options.ciphers)) {
     Refuse("no cipher of the list is known");
   }
 }
-
-/// One call a second. A timer that is armed a hair's breadth too late, when its thread waits for
-/// the first time already, may never notice: so whoever owns it checks, and has it made anew.
-class Ticker {
- public:
-  explicit Ticker(std::function<void()> tick) : tick_(std::move(tick)), ticks_(0), seen_(0) {
-    Renew();
-  }
-  /// To be called every few seconds.
-  void Check() {
-    if (ticks_ == seen_) Renew();
-    seen_ = ticks_;
-  }
-
- private:
-  void Renew() {
-    timer_ = std::make_unique<Timer>("ticker", [this] {
-      ++ticks_;
-      tick_();
-    });
-    timer_->Start(kTickUs, true);
-  }
-
-  const std::function<void()> tick_;
-  std::atomic<long long> ticks_;
-  long long seen_;
-  std::unique_ptr<Timer> timer_;
-};
 
 int CannotListen() {
   std::fprintf(stderr, "gatewayd: cannot listen, the log says why\n");
@@ -173,14 +149,17 @@ int CannotListen() {
 
 int Run(const Options& options, const sigset_t& ending) {
   const HttpRequest first;  // sets up what transfers on several threads share
+  const int patience_ms = 1000 * options.patience_s;
   SslWrapper ssl(true, SslWrapper::kTlsV1_2);
   LoadTls(options, ssl);
-  Gateway gateway;
+  Gateway gateway(patience_ms);
   SlowLane lane;
-  LineService tls("tls", "::;" + std::to_string(options.port), Socket::kIpv6, &ssl, gateway, lane);
+  LineService tls("tls", "::;" + std::to_string(options.port), Socket::kIpv6, &ssl, patience_ms,
+                  gateway, lane);
   if (!tls.listening())
     return CannotListen();  // before the sockets of another gatewayd are replaced
-  LineService local("unix", options.status_path, Socket::kUnix, nullptr, gateway, lane);
+  LineService local("unix", options.status_path, Socket::kUnix, nullptr, patience_ms, gateway,
+                    lane);
   DatagramService datagrams(options.control_path, options.port, gateway, lane);
   if (!local.listening() || !datagrams.listening()) return CannotListen();
   gateway.SetClientLister([&] {
@@ -188,20 +167,15 @@ int Run(const Options& options, const sigset_t& ending) {
     for (std::string& line : local.Clients()) lines.push_back(std::move(line));
     return lines;
   });
-  Ticker ticker([&, ticks = 0]() mutable {
-    tls.Sweep();
-    local.Sweep();
-    if (++ticks % options.heartbeat_s == 0) gateway.Beat();
-  });
+  const Timer heart(
+      "heart", [&] { gateway.Beat(); }, options.heartbeat_s * kUsPerSecond, true);
   syslog(LOG_NOTICE, "serving on port %d", options.port);
 
   int caught = 0;
-  while ((caught = sigtimedwait(&ending, nullptr, &kTickCheck)) < 0) {
-    if (errno == EAGAIN) ticker.Check();  // and not where a child of some thread has ended
-  }
+  sigwait(&ending, &caught);
   syslog(LOG_NOTICE, "ending on signal %d", caught);
   if (!lane.Close()) {
-    syslog(LOG_WARNING, "ending in the middle of a transfer, which nothing can call off");
+    syslog(LOG_WARNING, "ending in the middle of a job that nothing can call off");
     _exit(EXIT_SUCCESS);
   }
   gateway.SetClientLister(nullptr);

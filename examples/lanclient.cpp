@@ -1,9 +1,12 @@
 // Asks gatewayd one question and prints the answer.
 //
 // Exit status: 0 answered, 1 answered with an error, 2 wrong command line, 3 no answer.
+//
+// Through TLS it asks no one but the gateway: who cannot show a certificate for that address which
+// ends in the root of CA.PEM hears nothing of the question.
 
 #include <sys/socket.h>
-#include <sys/time.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -23,12 +26,12 @@ namespace {
 enum ExitStatus : int { kAnswered = 0, kRefused = 1, kUsage = 2, kUnreachable = 3 };
 
 constexpr int kConnectUs = 3000000;
-constexpr timeval kPatience = {20, 0};
+constexpr int kPatienceMs = 20000;
 constexpr char kUsageText[] =
-    "usage: lanclient tls IP PORT COMMAND...     a stream through TLS\n"
-    "       lanclient unix PATH COMMAND...       a stream in clear, on the gateway itself\n"
-    "       lanclient control PATH COMMAND...    a datagram, on the gateway itself\n"
-    "       lanclient discover IP PORT           a datagram to whoever may be there\n";
+    "usage: lanclient tls CA.PEM IP PORT COMMAND...    a stream through TLS\n"
+    "       lanclient unix PATH COMMAND...             a stream in clear, on the gateway itself\n"
+    "       lanclient control PATH COMMAND...          a datagram, on the gateway itself\n"
+    "       lanclient discover IP PORT                 a datagram to whoever may be there\n";
 
 /// Whether `text` is a whole answer: an error, or "ok N" and N lines.
 bool IsComplete(const std::string& text) {
@@ -58,18 +61,14 @@ ExitStatus Print(const std::string& text) {
   return kAnswered;
 }
 
-/// One timed receive serves both: with TLS the library itself offers none.
-void LimitPatience(int fd) {
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof(kPatience));
-}
-
-ExitStatus Ask(SocketClient& client, const std::string& question) {
-  LimitPatience(client.fd());
+/// `receive` is given a buffer and its size, and waits no longer than the way allows.
+template <typename Receive>
+ExitStatus Ask(SocketClient& client, const std::string& question, Receive receive) {
   std::string answer;
   if (client.Send(question) == static_cast<ssize_t>(question.size())) {
     char buffer[65536];
     while (!IsComplete(answer)) {
-      const ssize_t n = client.Recv(buffer, sizeof(buffer));
+      const ssize_t n = receive(buffer, sizeof(buffer));
       if (n < 1) break;
       answer.append(buffer, static_cast<size_t>(n));
     }
@@ -77,29 +76,33 @@ ExitStatus Ask(SocketClient& client, const std::string& question) {
   return Print(answer);
 }
 
-ExitStatus AskTls(const std::string& ip, const std::string& port, const std::string& question) {
-  const bool ipv6 = ip.find(':') != std::string::npos;
+ExitStatus AskTls(char** argv, const std::string& question) {
+  const std::string ip = argv[3];
   SslWrapper ssl(false, SslWrapper::kTlsV1_2);
+  if (ssl.SetRootCaFile(argv[2], SslWrapper::kPem) != hvn::kSuccess || !ssl.VerifyPeer(ip) ||
+      !ssl.UseModernTls()) {
+    return kUsage;  // the log says why
+  }
+  ssl.SetTimeLimit(kPatienceMs);
   SocketClient::SocketClientOption option;
   option.ssl = &ssl;
   option.connect_timeout_us = kConnectUs;
-  SocketClient client("", Socket::kTcp, ipv6 ? Socket::kIpv6 : Socket::kIpv4, ip + ";" + port,
-                      option);
-  const ExitStatus status = Ask(client, question);
+  const auto domain = ip.find(':') == std::string::npos ? Socket::kIpv4 : Socket::kIpv6;
+  SocketClient client("", Socket::kTcp, domain, ip + ";" + argv[4], option);
+  const auto receive = [&](char* data, size_t size) { return client.Recv(data, size); };
+  const ExitStatus status = Ask(client, question, receive);
   ssl.RemoveClient(client.fd());
   return status;
 }
 
-ExitStatus AskUnix(const std::string& path, const std::string& question) {
-  SocketClient client("", Socket::kTcp, Socket::kUnix, path, SocketClient::SocketClientOption());
-  return Ask(client, question);
-}
-
-/// The answer to a datagram needs somewhere to go.
-ExitStatus AskControl(const std::string& path, const std::string& question) {
-  const std::string own = path + "." + std::to_string(getpid());
-  SocketClient client(own, Socket::kUdp, Socket::kUnix, path, SocketClient::SocketClientOption());
-  return Ask(client, question);
+/// The answer to a datagram needs somewhere to go, which `own` is; a stream needs none.
+ExitStatus AskLocal(Socket::Protocol protocol, const std::string& own, const std::string& path,
+                    const std::string& question) {
+  SocketClient client(own, protocol, Socket::kUnix, path, SocketClient::SocketClientOption());
+  client.SetSendLimit(kPatienceMs);
+  return Ask(client, question, [&](char* data, size_t size) {
+    return client.RecvTimedWait(data, size, 1000ULL * kPatienceMs, 0);
+  });
 }
 
 ExitStatus Discover(const std::string& ip, const std::string& port) {
@@ -123,11 +126,18 @@ std::string Join(int argc, char** argv, int first) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  openlog("lanclient", LOG_PERROR, LOG_USER);  // why there is no answer is for the user
+  setlogmask(LOG_UPTO(LOG_ERR));
   std::signal(SIGPIPE, SIG_IGN);
   const std::string way = argc > 1 ? argv[1] : "";
-  if (way == "tls" && argc > 4) return AskTls(argv[2], argv[3], Join(argc, argv, 4));
-  if (way == "unix" && argc > 3) return AskUnix(argv[2], Join(argc, argv, 3));
-  if (way == "control" && argc > 3) return AskControl(argv[2], Join(argc, argv, 3));
+  if (way == "tls" && argc > 5) return AskTls(argv, Join(argc, argv, 5));
+  if (way == "unix" && argc > 3) {
+    return AskLocal(Socket::kTcp, "", argv[2], Join(argc, argv, 3));
+  }
+  if (way == "control" && argc > 3) {
+    const std::string own = argv[2] + ("." + std::to_string(getpid()));
+    return AskLocal(Socket::kUdp, own, argv[2], Join(argc, argv, 3));
+  }
   if (way == "discover" && argc == 4) return Discover(argv[2], argv[3]);
   std::fputs(kUsageText, stderr);
   return kUsage;

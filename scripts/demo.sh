@@ -4,7 +4,8 @@
 # of its own, real programs for DHCP, DNS, HTTP and TLS. Exits 0 only when every answer was as it should be, and 77
 # where this machine refuses namespaces. Everything lives in one process namespace, which goes with this script.
 # --stay ends in a shell on the gateway. --no-build takes the programs of BUILD_DIR as they are. DEMO_RUNNER holds words
-# to run those programs through. The chapters are in demo/story.sh, hosts and helpers in demo/stage.sh.
+# to run those programs through, DEMO_PATIENCE the seconds that gatewayd waits for a peer (2). The chapters are in
+# demo/story.sh, hosts and helpers in demo/stage.sh.
 set -euo pipefail
 PATH=$PATH:/usr/sbin:/sbin
 root=$(cd "$(dirname "$0")/.." && pwd)

@@ -12,13 +12,13 @@
 #include "util/Buffer.h"
 #include "util/DhcpServer.h"
 #include "util/HttpRequest.h"
+#include "util/NetworkManager.h"
 #include "util/PersistentConfig.h"
 #include "util/ProcessControl.h"
 #include "util/StringUtil.h"
 
 using hvn::util::Buffer;
 using hvn::util::DhcpServer;
-using hvn::util::EventDic;
 using hvn::util::HttpRequest;
 using hvn::util::Mutex;
 using hvn::util::NetworkManager;
@@ -28,40 +28,16 @@ using hvn::util::StringUtil;
 
 namespace {
 
-constexpr size_t kMaxEvents = 100;
 constexpr size_t kMaxPage = 32768;
 constexpr size_t kMaxKey = 64;
-constexpr long long kUptimeIntervalUs = 1000000;
+constexpr int kFound = 200;
+constexpr long long kSettleIntervalUs = 1000000;
 constexpr long long kLeaseIntervalUs = 2000000;
 
 long long MonotonicSeconds() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   return now.tv_sec;
-}
-
-std::string ClockText() {
-  const time_t now = time(nullptr);
-  tm parts;
-  gmtime_r(&now, &parts);
-  char text[32];
-  strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return text;
-}
-
-const char* NameOf(EventDic::EventType type) {
-  switch (type) {
-    case EventDic::kEventNewLink:
-      return "new-link";
-    case EventDic::kEventDelLink:
-      return "del-link";
-    case EventDic::kEventNewAddr:
-      return "new-address";
-    case EventDic::kEventDelAddr:
-      return "del-address";
-    default:
-      return nullptr;
-  }
 }
 
 /// dnsmasq's own identifier for DHCPv6 stands in the lease file too: a line without an address.
@@ -74,20 +50,11 @@ std::string LeaseLine(const DhcpServer::LeaseInfo& lease) {
          (lease.expiry_time == 0 ? "never" : std::to_string(std::max(left, 0LL)) + "s");
 }
 
-size_t CountLeases() {
-  const auto leases = DhcpServer::GetAllLeaseInfo();
-  return static_cast<size_t>(std::count_if(leases.begin(), leases.end(), IsLease));
-}
-
 bool IsKey(const std::string& text) {
   const auto allowed = [](unsigned char c) {
     return std::isalnum(c) != 0 || c == '_' || c == '-' || c == '.';
   };
   return text.size() <= kMaxKey && std::all_of(text.begin(), text.end(), allowed);
-}
-
-bool StartsWith(const std::string& text, const std::string& start) {
-  return text.compare(0, start.size(), start) == 0;
 }
 
 /// The first `count` words of `line`, the last of them with all the rest.
@@ -130,58 +97,39 @@ const Gateway::Command Gateway::kCommands[] = {
     {"quit", "", "ends the connection", 0, false, &Gateway::Quit},
 };
 
-Gateway::Gateway() : polled_(std::make_shared<Polled>()), beats_(0) {
-  network_.SetEventCb([this](EventDic& event) { Note(event); });
-  Poll();
-}
-
-Gateway::~Gateway() {
-  for (const int task : tasks_) timers_.RemoveTask(task);
-  network_.UnsetEventCb();
-}
-
-void Gateway::Poll() {
-  const auto polled = polled_;
-  const long long start = MonotonicSeconds();
-  const auto uptime = [polled, start](int, void*) {
-    polled->uptime_s = MonotonicSeconds() - start;
+Gateway::Gateway(int patience_ms) : patience_ms_(patience_ms), born_s_(MonotonicSeconds()) {
+  const auto count = [this](int, void*) {
+    CountLeases();
     return true;
   };
-  const auto leases = [polled](int, void*) {
-    const size_t count = CountLeases();
-    const size_t before = polled->leases.exchange(count);
-    if (count != before) syslog(LOG_INFO, "leases: %zu, were %zu", count, before);
+  const auto settle = [this](int, void*) {
+    interfaces_.Settle();
     return true;
   };
   // The shortest interval comes last: of tasks due together, the last one sets the next wait.
-  tasks_ = {timers_.AddTask(kLeaseIntervalUs, leases, nullptr),
-            timers_.AddTask(kUptimeIntervalUs, uptime, nullptr)};
+  tasks_ = {timers_.AddTask(kLeaseIntervalUs, count, nullptr),
+            timers_.AddTask(kSettleIntervalUs, settle, nullptr)};
+}
+
+Gateway::~Gateway() {
+  for (const int task : tasks_) timers_.EndTask(task);
+}
+
+void Gateway::CountLeases() {
+  const auto leases = DhcpServer::GetAllLeaseInfo();
+  const auto count = static_cast<size_t>(std::count_if(leases.begin(), leases.end(), IsLease));
+  const size_t before = leases_.exchange(count);
+  if (count != before) syslog(LOG_INFO, "leases: %zu, were %zu", count, before);
 }
 
 void Gateway::Beat() {
-  syslog(LOG_INFO, "heartbeat %lld: up %lld s, %zu leases", ++beats_, polled_->uptime_s.load(),
-         polled_->leases.load());
+  syslog(LOG_INFO, "heartbeat %lld: up %lld s, %zu leases", ++beats_, MonotonicSeconds() - born_s_,
+         leases_.load());
 }
 
 void Gateway::SetClientLister(std::function<std::vector<std::string>()> lister) {
   std::lock_guard<Mutex> lock(lister_mutex_);
   client_lister_ = std::move(lister);
-}
-
-/// Keeps what happened to links and addresses; routes, rules and queues come by here as well.
-void Gateway::Note(EventDic& event) {
-  const char* name = NameOf(event.type_);
-  if (name == nullptr) return;
-  std::string line = ClockText() + " " + name + " " + event.GetParam(EventDic::kIfName);
-  const std::string mac = event.GetParam(EventDic::kMacAddress);
-  const std::string version = event.GetParam(EventDic::kIpVersion);
-  const bool is_link =
-      event.type_ <= EventDic::kEventGetLink;  // others have none, whatever they say
-  if (is_link && !mac.empty()) line += " mac=" + mac;
-  if (!version.empty()) line += " ip-version=" + version;
-  std::lock_guard<Mutex> lock(mutex_);
-  events_.push_back(std::move(line));
-  if (events_.size() > kMaxEvents) events_.pop_front();
 }
 
 const Gateway::Command* Gateway::Find(const std::string& name) {
@@ -229,35 +177,12 @@ Reply Gateway::Help(const Arguments&) {
 }
 
 Reply Gateway::Status(const Arguments&) {
-  return Reply::Lines({"uptime " + std::to_string(polled_->uptime_s) + " s",
+  return Reply::Lines({"uptime " + std::to_string(MonotonicSeconds() - born_s_) + " s",
                        "heartbeats " + std::to_string(beats_),
-                       "leases " + std::to_string(polled_->leases)});
+                       "leases " + std::to_string(leases_)});
 }
 
-Reply Gateway::Interfaces(const Arguments&) {
-  std::vector<std::string> lines;
-  for (const std::string& name : NetworkManager::GetIfNames()) lines.push_back(InterfaceLine(name));
-  return Reply::Lines(std::move(lines));
-}
-
-std::string Gateway::InterfaceLine(const std::string& name) {
-  std::string line = name + " mac=" + network_.GetMacAddress(name) + " kind=" + KindOf(name) +
-                     " state=" + (NetworkManager::IsUpState(name) ? "up" : "down");
-  std::string address;
-  std::string netmask;
-  if (NetworkManager::GetIpAddress(name, address, false) &&
-      NetworkManager::GetSubnetMask(name, netmask)) {
-    line += " ipv4=" + address + "/" + netmask;
-  }
-  if (NetworkManager::GetIpAddress(name, address, true)) line += " ipv6=" + address;
-  return line;
-}
-
-std::string Gateway::KindOf(const std::string& name) {
-  if (network_.IsLoopBackDevice(name)) return "loopback";
-  if (network_.IsWirelessDevice(name)) return "wireless";
-  return network_.IsEthernetDevice(name) ? "ethernet" : "other";
-}
+Reply Gateway::Interfaces(const Arguments&) { return Reply::Lines(interfaces_.Lines()); }
 
 Reply Gateway::Range(const Arguments& arguments) {
   std::string start;
@@ -283,10 +208,7 @@ Reply Gateway::Clients(const Arguments&) {
   return Reply::Lines(client_lister_ ? client_lister_() : std::vector<std::string>());
 }
 
-Reply Gateway::Events(const Arguments&) {
-  std::lock_guard<Mutex> lock(mutex_);
-  return Reply::Lines({events_.begin(), events_.end()});
-}
+Reply Gateway::Events(const Arguments&) { return Reply::Lines(interfaces_.Changes()); }
 
 Reply Gateway::Leases(const Arguments&) {
   std::vector<std::string> lines;
@@ -301,31 +223,30 @@ Reply Gateway::Get(const Arguments& arguments) {
   return Reply::Line(std::move(value));
 }
 
-/// A short write shows only when the value is read back.
 Reply Gateway::Set(const Arguments& arguments) {
   if (!IsKey(arguments[0])) return Reply::Error("no key: " + arguments[0]);
-  if (PersistentConfig::SaveData(arguments[0], arguments[1]) != hvn::kSuccess ||
-      PersistentConfig::LoadData(arguments[0]) != arguments[1]) {
+  if (PersistentConfig::SaveDataAtomically(arguments[0], arguments[1]) != hvn::kSuccess) {
     return Reply::Error("cannot store " + arguments[0]);
   }
   return Reply::Lines({});
 }
 
-/// Web pages only: the transfer library would read the device's own files as well.
+/// With limits only web pages are fetched, and none of the device's own files.
 Reply Gateway::Fetch(const Arguments& arguments) {
-  if (!StartsWith(arguments[0], "http://") && !StartsWith(arguments[0], "https://")) {
-    return Reply::Error("neither http nor https: " + arguments[0]);
-  }
   HttpRequest request;
   request.user_agent_ = "gatewayd";
   request.url_ = arguments[0];
+  request.SetLimits(patience_ms_, patience_ms_, kMaxPage);
+  request.VerifyPeer("");
   Buffer page;
-  if (request.Start(page) != hvn::kSuccess || page.length() == 0) {
-    return Reply::Error("nothing came from " + arguments[0]);
+  request.Start(page);
+  if (request.status_code() == 0) return Reply::Error("nothing came from " + arguments[0]);
+  if (request.status_code() != kFound) {
+    return Reply::Error("status " + std::to_string(request.status_code()) + " from " +
+                        arguments[0]);
   }
-  const size_t size = std::min<size_t>(page.length(), kMaxPage);
   return Reply::Lines(
-      StringUtil::Split(std::string(reinterpret_cast<char*>(page.data()), size), '\n'));
+      StringUtil::Split(std::string(reinterpret_cast<char*>(page.data()), page.length()), '\n'));
 }
 
 Reply Gateway::Pid(const Arguments& arguments) {

@@ -2,22 +2,20 @@
 #define EXAMPLES_GATEWAYD_GATEWAY_H_
 
 #include <atomic>
-#include <deque>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "gatewayd/InterfaceTable.h"
 #include "gatewayd/Lines.h"
-#include "util/EventDic.h"
-#include "util/NetworkManager.h"
 #include "util/Thread.h"
 #include "util/TimerManager.h"
 
 /// What the daemon knows, and the commands that ask it.
 class Gateway {
  public:
-  Gateway();
+  /// A page from the web is waited for `patience_ms` milliseconds at the most.
+  explicit Gateway(int patience_ms);
   ~Gateway();
 
   /// Runs one request line. Any thread.
@@ -36,8 +34,7 @@ class Gateway {
   static const Command kCommands[];
   static const Command* Find(const std::string& name);
 
-  void Note(hvn::util::EventDic& event);
-  void Poll();
+  void CountLeases();
 
   Reply Help(const Arguments& arguments);
   Reply Status(const Arguments& arguments);
@@ -53,24 +50,15 @@ class Gateway {
   Reply Pid(const Arguments& arguments);
   Reply Quit(const Arguments& arguments);
 
-  std::string InterfaceLine(const std::string& name);
-  std::string KindOf(const std::string& name);
-
-  /// Filled by the timer service, whose last call may outlive whoever removes the task.
-  struct Polled {
-    std::atomic<long long> uptime_s{0};
-    std::atomic<size_t> leases{0};
-  };
-
-  std::shared_ptr<Polled> polled_;
-  std::atomic<long long> beats_;
-  hvn::util::Mutex mutex_;  ///< Guards events_.
-  std::deque<std::string> events_;
+  const int patience_ms_;
+  const long long born_s_;
+  std::atomic<long long> beats_{0};
+  std::atomic<size_t> leases_{0};
+  InterfaceTable interfaces_;
   hvn::util::Mutex lister_mutex_;  ///< Guards client_lister_; held while it runs.
   std::function<std::vector<std::string>()> client_lister_;
-  hvn::util::NetworkManager network_;
   hvn::util::TimerManager timers_;
-  std::vector<int> tasks_;
+  std::vector<int> tasks_;  ///< Their callbacks use all of this, until EndTask has returned.
 };
 
 #endif  // EXAMPLES_GATEWAYD_GATEWAY_H_

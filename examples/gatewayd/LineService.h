@@ -1,10 +1,9 @@
 #ifndef EXAMPLES_GATEWAYD_LINESERVICE_H_
 #define EXAMPLES_GATEWAYD_LINESERVICE_H_
 
-#include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "gatewayd/Gateway.h"
@@ -15,63 +14,43 @@
 #include "util/Thread.h"
 
 /// Serves the gateway's commands to the clients of one listening stream socket. A client's lines
-/// are answered one after another, in their order, whether quick or slow.
+/// are answered one after another, in their order, whether quick or slow. Nobody keeps the loop
+/// waiting: whoever stops halfway for longer than the server's time limit is taken out.
 class LineService {
  public:
   LineService(std::string name, std::string path, hvn::util::Socket::Domain domain,
-              hvn::util::SslWrapper* ssl, Gateway& gateway, SlowLane& lane);
+              hvn::util::SslWrapper* ssl, int patience_ms, Gateway& gateway, SlowLane& lane);
 
   bool listening() const { return server_.fd() >= 0; }
   /// One line for each client. Any thread.
   std::vector<std::string> Clients();
-  /// Cuts off who was told goodbye at the last call already and still holds the line. Any thread.
-  void Sweep();
 
  private:
-  /// A descriptor of our own for a client's connection. The server closes its own as soon as the
-  /// client goes and tells nobody, and then the number is another client's.
-  class Line {
-   public:
-    explicit Line(int fd);
-    ~Line();
-    Line(const Line&) = delete;
-    Line& operator=(const Line&) = delete;
-    bool IsDown() const;
-    void Shut(int how) const;
-
-   private:
-    const int fd_;
-  };
-
+  /// What is kept for a client. A job in the slow lane holds it too, and so knows when its client
+  /// has gone, whose number may be another's by then.
   struct Session {
-    Session(int fd, uint64_t number, std::string peer)
-        : line(fd), id(number), path(std::move(peer)) {}
-    Line line;
-    uint64_t id;  ///< Unlike the descriptor's number, never used again.
+    int fd;
     std::string path;
     LineBuffer input;
-    bool busy = false;     ///< A line of this client is being worked on.
-    bool leaving = false;  ///< Answers have ended; the client is to close.
-    bool swept = false;
+    bool busy = false;  ///< A line of this client is being worked on.
+    bool over = false;  ///< It has gone, or has had its last answer.
   };
+  using SessionPtr = std::shared_ptr<Session>;
 
-  void Greet(int fd, const std::string& path);
+  hvn::util::SocketServer::SocketServerOption Options(int patience_ms);
+  SessionPtr Enter(int fd, const std::string& path);
   void Receive(int fd, const std::string& path, const char* data, size_t size);
-  void Pump(int fd, uint64_t id);
-  bool Next(int fd, uint64_t id, std::string& line);
-  void Answer(int fd, uint64_t id, const Reply& reply);
-
-  Session& Enter(int fd, const std::string& path);
-  Session* Find(int fd, uint64_t id);
-  void SendLocked(int fd, Session& session, const Reply& reply);
-  void ForgetTheGone();
+  void Forget(int fd, const std::string& path);
+  void Pump(const SessionPtr& session);
+  bool Next(Session& session, std::string& line);
+  void Answer(Session& session, const Reply& reply);
+  void SendLocked(Session& session, const Reply& reply);
 
   std::string name_;
   Gateway& gateway_;
   SlowLane& lane_;
-  hvn::util::Mutex mutex_;  ///< Guards sessions_.
-  std::map<int, Session> sessions_;
-  uint64_t last_id_ = 0;
+  hvn::util::Mutex mutex_;  ///< Guards sessions_ and all that they hold.
+  std::map<int, SessionPtr> sessions_;
   hvn::util::SocketServer server_;  ///< Last: its loop calls back from the start and ends first.
 };
 

@@ -25,8 +25,8 @@ class SlowLane {
     return true;
   }
 
-  /// Lets no job in any more. Whether those under way have ended within about two seconds: a
-  /// transfer knows no time limit and cannot be called off.
+  /// Lets no job in any more. Whether those under way have ended within about two seconds: neither
+  /// a transfer nor a look-up can be called off.
   bool Close() {
     std::lock_guard<hvn::util::Mutex> lock(mutex_);
     closed_ = true;

@@ -5,6 +5,7 @@
 read -ra runner <<<"${DEMO_RUNNER-}"
 gatewayd=(${runner[@]+"${runner[@]}"} "$1/examples/gatewayd")
 lanclient=(${runner[@]+"${runner[@]}"} "$1/examples/lanclient")
+patience=${DEMO_PATIENCE:-2} # seconds that gatewayd waits for a peer
 bold='' dim='' green='' red='' plain=''
 if [ -t 1 ]; then
   bold=$'\e[1m' dim=$'\e[2m' green=$'\e[32m' red=$'\e[31m' plain=$'\e[0m'
@@ -33,11 +34,25 @@ on() { # HOST COMMAND...
   if [ "$1" = gateway ]; then "${@:2}"; else nsenter --net="/run/netns/$1" "${@:2}"; fi
 }
 
-show() { # HOST QUESTION: the question and the answer to it
+beside() { # HOST COMMAND...: goes on beside the story; its process is $!
+  nsenter --net="/run/netns/$1" "${@:2}" &
+}
+
+show() { # HOST QUESTION: the question and the answer to it, a long one's beginning; of events, their end
   printf '   %s%-8s▸%s %s\n' "$dim" "$1" "$plain" "$2"
-  [ -z "$answer" ] || printf '%s\n' "$answer" | awk -v dim="$dim" -v plain="$plain" '
-    NR <= 8 || NR == lines { print "            " dim "│" plain " " substr($0, 1, 120) }
-    END { if (NR > 8) print "            " dim "│ … " NR " lines in all" plain }'
+  [ -z "$answer" ] || printf '%s\n' "$answer" | awk -v dim="$dim" -v plain="$plain" -v question="$2" '
+    function put(text) {
+      if (length(text) > 110) text = substr(text, 1, 109) "…"
+      print "            " dim "│" plain " " text
+    }
+    { line[NR] = $0 }
+    END {
+      most = NR > 9 ? 8 : NR
+      first = question == "events" ? NR - most : 0
+      if (first > 0) put("… " first " lines before these")
+      for (i = 1; i <= most; i++) put(line[first + i])
+      if (first + most < NR) put("… " NR - most " lines more")
+    }'
 }
 
 ask() { # HOST WAY... -- COMMAND...: one question through lanclient
@@ -49,17 +64,19 @@ ask() { # HOST WAY... -- COMMAND...: one question through lanclient
   done
   shift
   outcome=0
-  answer=$(on "$host" timeout 30 "${lanclient[@]}" "${way[@]}" "$@" 2>&1) || outcome=$?
+  answer=$(on "$host" timeout 30 "${lanclient[@]}" "${way[@]}" "$@" 2>&1 |
+    sed 's/^lanclient: .*) [0-9]*: /lanclient: … /') || outcome=$? # without the function that says so
   show "$host" "${*:-(${way[*]})}"
 }
 
-laptop() { ask laptop tls 192.168.77.1 8443 -- "$@"; }
-phone() { ask phone tls 2001:db8:77::1 8443 -- "$@"; }
+laptop() { ask laptop tls /tmp/cert.pem 192.168.77.1 8443 -- "$@"; }
+phone() { ask phone tls /tmp/cert.pem 2001:db8:77::1 8443 -- "$@"; }
 local_() { ask gateway unix /run/gatewayd.status -- "$@"; }
 
 answered() { [ "$outcome" = 0 ]; }
 is() { answered && [ "$answer" = "$1" ]; }
 has() { answered && grep -Eq -- "$1" <<<"$answer"; }
+is_error() { [ "$outcome" = 1 ] && [ "$answer" = "error: $1" ]; }
 refused() { [ "$outcome" = 1 ] && [[ $answer == "error: "* ]]; }
 lines() { answered && [ "$(wc -l <<<"$answer")" = "$1" ]; }
 not() { ! "$@"; }
@@ -130,10 +147,10 @@ web_server() {
   mkdir /tmp/www
   printf '<h1>Hello from beyond the uplink</h1>\n<p>second line</p>\n' >/tmp/www/index.html
   seq -f 'line %05.0f of a long page' 1 1000 >/tmp/www/long.txt
+  seq -f 'line %05.0f of a longer one' 1 2000 >/tmp/www/longer.txt
   on internet busybox httpd -f -p 203.0.113.1:80 -h /tmp/www &
   # It takes a connection and never says a word.
   nsenter --net=/run/netns/internet busybox nc -l -p 81 < <(sleep infinity) >/dev/null &
-  nobody=$!
 }
 
 dhcp_server() {
@@ -148,9 +165,15 @@ dhcp_client() { # HOST
   on "$1" udhcpc -i eth0 -f -n -q -t 20 -T 1 -A 1 -x "hostname:$1" -s /tmp/udhcpc.sh >"/tmp/udhcpc-$1.log" 2>&1
 }
 
-certificate() {
-  openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=gateway -addext 'subjectAltName=IP:192.168.77.1' \
-    -keyout /tmp/key.pem -out /tmp/cert.pem 2>/tmp/openssl.log
+certificate() { # NAME IP...: in /tmp/NAME.pem, its key beside it
+  local name=$1 names
+  shift
+  names=$(printf ',IP:%s' "$@")
+  openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=gateway -addext "subjectAltName=${names#,}" \
+    -keyout "/tmp/$name-key.pem" -out "/tmp/$name.pem" 2>/tmp/openssl.log
+}
+
+dhcp_script() {
   cat >/tmp/udhcpc.sh <<'SCRIPT'
 #!/bin/sh
 case $1 in
@@ -164,7 +187,8 @@ SCRIPT
 }
 
 start_gatewayd() {
-  "${gatewayd[@]}" --cert /tmp/cert.pem --key /tmp/key.pem --heartbeat 1 --stderr 2>>/tmp/gatewayd.log &
+  "${gatewayd[@]}" --cert /tmp/cert.pem --key /tmp/cert-key.pem --heartbeat 1 --patience "$patience" --stderr \
+    2>>/tmp/gatewayd.log &
   daemon=$! born=$SECONDS
   wait_for 10 alive
 }
@@ -175,7 +199,6 @@ alive() { "${lanclient[@]}" control /run/gatewayd.control status >/dev/null 2>&1
 ipv4_of() { on "$1" ip -4 -o addr show dev eth0 | sed 's/.*inet \([0-9.]*\).*/\1/'; }
 mac_of() { on "$1" ip -o link show dev eth0 | sed 's/.*ether \([0-9a-f:]*\).*/\1/'; }
 has_global_ipv6() { [ -n "$(on phone ip -6 -o addr show dev eth0 scope global)" ]; }
-connected_to_nobody() { ss -Htn state established dport = :81 | grep -q .; }
 
 status_says() {
   answer=$("${lanclient[@]}" unix /run/gatewayd.status status) && grep -qx "$1" <<<"$answer"
@@ -184,6 +207,12 @@ status_says() {
 event() {
   answer=$("${lanclient[@]}" unix /run/gatewayd.status events) && grep -q "$1" <<<"$answer"
 }
+
+logged() { # COUNT PATTERN: that often, since gatewayd last started
+  [ "$(grep "gatewayd\[$daemon\]:" /tmp/gatewayd.log | grep -c -- "$2")" = "$1" ]
+}
+
+milliseconds() { echo $((${EPOCHREALTIME/[.,]/} / 1000)); }
 
 stay_here() {
   start_gatewayd
@@ -197,11 +226,11 @@ stay_here() {
   cat <<'HOW'
 
    This is a shell on the gateway; leaving it ends everything. For instance:
-     laptop lanclient tls 192.168.77.1 8443 help
-     laptop openssl s_client -connect 192.168.77.1:8443 -quiet
-     phone lanclient tls 2001:db8:77::1 8443 ifaces
+     laptop lanclient tls /tmp/cert.pem 192.168.77.1 8443 help
+     laptop openssl s_client -connect 192.168.77.1:8443 -CAfile /tmp/cert.pem -quiet
+     phone lanclient tls /tmp/cert.pem 2001:db8:77::1 8443 ifaces
+     phone ip link set eth0 down
      lanclient unix /run/gatewayd.status events
-     ip link set lan-phone down
      tail -f /tmp/gatewayd.log
 HOW
   PS1='gateway# ' bash --norc || :
