@@ -26,12 +26,10 @@
 #include "gatewayd/Gateway.h"
 #include "gatewayd/LineService.h"
 #include "gatewayd/SlowLane.h"
-#include "util/HttpRequest.h"
 #include "util/Misc.h"
 #include "util/SslWrapper.h"
 #include "util/Timer.h"
 
-using hvn::util::HttpRequest;
 using hvn::util::Misc;
 using hvn::util::Socket;
 using hvn::util::SslWrapper;
@@ -148,7 +146,6 @@ int CannotListen() {
 }
 
 int Run(const Options& options, const sigset_t& ending) {
-  const HttpRequest first;  // sets up what transfers on several threads share
   const int patience_ms = 1000 * options.patience_s;
   SslWrapper ssl(true, SslWrapper::kTlsV1_2);
   LoadTls(options, ssl);
