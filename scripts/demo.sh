@@ -23,7 +23,7 @@ build() {
   local log=build/demo.txt
   cd "$root"
   mkdir -p build
-  echo "demo.sh: installing what is missing and building gatewayd, a minute the first time ($log)"
+  echo "demo.sh: installing what is missing and building gatewayd, a minute or two the first time ($log)"
   {
     scripts/setup.sh build demo &&
       cmake --preset dev &&
