@@ -23,6 +23,8 @@
 #define CRYPTO_LOCK 1
 #define EVP_PKEY_RSA 6
 #define EVP_PKEY_EC 408
+#define SSL3_FLAGS_NO_RENEGOTIATE_CIPHERS 0x0001
+#define SSL_CB_HANDSHAKE_DONE 0x20
 #define SSL_CTRL_MODE 33
 #define SSL_CTRL_OPTIONS 32
 #define SSL_CTRL_SET_ECDH_AUTO 94
@@ -63,7 +65,12 @@ typedef struct bio_method_st {
 typedef struct evp_pkey_st EVP_PKEY;
 typedef struct ssl_ctx_st SSL_CTX;
 typedef struct ssl_method_st SSL_METHOD;
-typedef struct ssl_st SSL;
+typedef struct ssl3_state_st {
+  long flags;
+} SSL3_STATE;
+typedef struct ssl_st {
+  SSL3_STATE* s3;
+} SSL;
 typedef struct x509_st X509;
 typedef struct x509_store_st X509_STORE;
 typedef struct X509_VERIFY_PARAM_st X509_VERIFY_PARAM;
@@ -117,6 +124,7 @@ int SSL_CTX_load_verify_locations(SSL_CTX* ctx, const char* CAfile, const char* 
 SSL_CTX* SSL_CTX_new(const SSL_METHOD* meth);
 int SSL_CTX_set_cipher_list(SSL_CTX*, const char* str);
 void SSL_CTX_set_default_passwd_cb(SSL_CTX* ctx, pem_password_cb* cb);
+void SSL_CTX_set_info_callback(SSL_CTX* ctx, void (*cb)(const SSL* ssl, int type, int val));
 int SSL_CTX_set_session_id_context(SSL_CTX* ctx, const unsigned char* sid_ctx,
                                    unsigned int sid_ctx_len);
 int SSL_CTX_set_ssl_version(SSL_CTX* ctx, const SSL_METHOD* meth);

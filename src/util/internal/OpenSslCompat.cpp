@@ -71,8 +71,16 @@ const SSL_METHOD* NewestMethod(bool is_server) {
   return is_server ? TLSv1_2_server_method() : TLSv1_2_client_method();
 }
 
+/// No option keeps peers from having a server shake hands again and again.
+void ForbidRenegotiation(const SSL* ssl, int where, int /*result*/) {
+  if ((where & SSL_CB_HANDSHAKE_DONE) != 0) ssl->s3->flags |= SSL3_FLAGS_NO_RENEGOTIATE_CIPHERS;
+}
+
 /// Ephemeral curves have to be asked for.
-bool SetOldestVersion(SSL_CTX* context) { return SSL_CTX_set_ecdh_auto(context, 1) == 1; }
+bool SetOldestVersion(SSL_CTX* context) {
+  SSL_CTX_set_info_callback(context, ForbidRenegotiation);
+  return SSL_CTX_set_ecdh_auto(context, 1) == 1;
+}
 
 #else
 
