@@ -48,8 +48,9 @@ class HUTIL_EXPORT SocketServer : public Socket {
 
   /// What a server does beyond serving; by default nothing.
   struct SocketServerOption {
-    Socket::SocketOption socket_option;  ///< Of the listening socket; clients inherit the sizes.
-    int backlog = 5;  ///< Connections that may wait to be accepted; see listen(2).
+    Socket::SocketOption
+        socket_option;  ///< Of the listening socket; TCP clients inherit the sizes.
+    int backlog = 5;    ///< Connections that may wait to be accepted; see listen(2).
     /// Milliseconds. Above 0 the loop waits for no peer: a client that has not finished a TLS
     /// handshake, a record that it has begun, or the taking of an answer within that time (each as
     /// a whole, however it drips) is taken out with a log line (3). SendTo and Reply keep what the
@@ -60,8 +61,9 @@ class HUTIL_EXPORT SocketServer : public Socket {
     /// Closing a client sends what is still to be sent. False: it resets the connection.
     bool linger = false;
     /// Called on the loop's thread as (server, client, path) for each client that has left, by
-    /// whatever road: before another client of this server can have the number, and before the
-    /// server closes it. Not for those that are left when the server goes.
+    /// whatever road: before a client that the server accepts can have the number (one that AddFd
+    /// enters can), and before the server closes it. Not for those that are left when the server
+    /// goes, or leave just before it.
     std::function<void(int, int, std::string)> client_gone_cb;
   };
 
@@ -109,8 +111,9 @@ class HUTIL_EXPORT SocketServer : public Socket {
   /// Ends a connection in order: what was sent arrives, then the TLS close-notify and the end of
   /// stream. What the client still sends is thrown away. It leaves when it closes its side too, or
   /// when peer_timeout_ms, if any, is over. Without that, a TLS client that does not read may hold
-  /// this up for a second, and a send of another thread that is under way fails as for a peer that
-  /// has gone. False for a descriptor that is no client's. Any thread.
+  /// this up for a second, one within a record for as long as it stays there, and a send of another
+  /// thread that is under way fails as for a peer that has gone. False for a descriptor that is no
+  /// client's. Any thread.
   bool Close(int client);
 
   /// Enters a client; one already known keeps its path, one without a TLS connection is dropped at

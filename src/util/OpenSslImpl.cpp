@@ -230,6 +230,7 @@ template <typename Operation>
 int OpenSslImpl::Drive(int fd, const TlsSession& session, Operation operation) const {
   const Deadline deadline(session.is_patient() ? time_limit_ms_.load() : 0);
   for (;;) {
+    if (session.is_patient()) TlsSession::BeginStep();
     const int result = operation(session.get());
     const short awaits = session.is_patient() ? session.Awaits(result) : short{0};
     if (awaits == 0 || !AwaitEvents(fd, awaits, deadline)) return result;
@@ -311,6 +312,7 @@ OpenSslImpl::Step OpenSslImpl::AcceptStep(int fd) {
     found = handshakes_.emplace(fd, std::move(made)).first;
   }
   errno = 0;
+  TlsSession::BeginStep();
   const int result = SSL_accept(found->second.get());
   Step step = {result == 1 ? 1 : -1, found->second.Awaits(result)};
   if (step.awaits != 0) return step;
@@ -322,6 +324,12 @@ OpenSslImpl::Step OpenSslImpl::AcceptStep(int fd) {
   }
   handshakes_.erase(found);
   return step;
+}
+
+bool OpenSslImpl::MakePatient(int fd) {
+  std::lock_guard<Mutex> lock(mutex_);
+  const auto found = ssl_map_.find(fd);
+  return found == ssl_map_.end() || found->second.is_patient() || found->second.BecomePatient(fd);
 }
 
 void OpenSslImpl::AbandonHandshake(int fd) {
@@ -358,6 +366,7 @@ OpenSslImpl::Step OpenSslImpl::RecvStep(int fd, void* data, size_t size) {
   errno = session == nullptr ? ENOTCONN : EINVAL;
   if (session == nullptr || !IsTransferable(data, size)) return {-1};
   errno = 0;
+  TlsSession::BeginStep();
   const int result = SSL_read(session->get(), data, static_cast<int>(size));
   Step step = {result, session->Awaits(result)};
   if (result < 1) ERR_clear_error();
@@ -397,6 +406,7 @@ OpenSslImpl::Step OpenSslImpl::SendStep(int fd, const void* data, size_t size) {
   errno = session == nullptr ? ENOTCONN : EINVAL;
   if (session == nullptr || !IsTransferable(data, size)) return {-1};
   errno = 0;
+  TlsSession::BeginStep();
   const int result = SSL_write(session->get(), data, static_cast<int>(size));
   Step step = {result > 0 ? result : -1, session->Awaits(result)};
   if (result < 1) ERR_clear_error();

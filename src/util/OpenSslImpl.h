@@ -65,6 +65,9 @@ class OpenSslImpl {
   };
   /// 1 at the end of a handshake; a failed one is forgotten.
   Step AcceptStep(int fd);
+  /// Keeps later operations on the connection of `fd`, if there is one, from waiting inside
+  /// OpenSSL. False where there is no memory.
+  bool MakePatient(int fd);
   /// Forgets a handshake that has not come to its end.
   void AbandonHandshake(int fd);
   Step RecvStep(int fd, void* data, size_t size);

@@ -234,9 +234,11 @@ void SocketServer::Admit(int client, const std::string& path) {
 
 void SocketServer::AddFd(int fd, std::string path) { Enter(fd, std::move(path)); }
 
-/// False where the server is going.
+/// False where the server is going. A connection that the daemon has made itself must not keep the
+/// loop waiting either.
 bool SocketServer::Enter(int fd, std::string path) {
   const bool limited = guard_ && guard_->limits() != nullptr;
+  if (limited && ssl_ != nullptr && !ImplOf(*ssl_).MakePatient(fd)) return false;
   return clients_->Add(fd, std::move(path), limited ? std::make_unique<Peer>() : nullptr);
 }
 

@@ -112,7 +112,7 @@ bool PeerLimits::Flush(Client& client) {
   if (client.closing) EndSending(client);
   if (peer.record_until != Outbox::kNever) LimitRecord(peer);  // which nobody has read meanwhile
   set_reading_(client, true);
-  return true;
+  return !client.closing || before > 0;  // one that was read all the time has an event of its own
 }
 
 void PeerLimits::Close(Client& client) {
@@ -143,15 +143,23 @@ ssize_t PeerLimits::Receive(Client& client, void* buffer, size_t size) {
     return n;
   }
   const OpenSslImpl::Step step = tls_->RecvStep(client.fd, buffer, size);
-  if (step.awaits == POLLOUT) watch_.Watch(client.fd, POLLOUT);
   Peer& peer = *client.peer;
   std::lock_guard<Mutex> lock(peer.mutex);
-  if (!step.in_record) {
+  const bool needs_room = step.awaits == POLLOUT;
+  if (needs_room) {  // what it has sent meanwhile would keep the loop awake
+    set_reading_(client, false);
+    watch_.Watch(client.fd, POLLOUT);
+  }
+  if (!step.in_record && !needs_room) {
     peer.record_until = Outbox::kNever;
   } else if (peer.record_until == Outbox::kNever) {
     LimitRecord(peer);
   }
-  if (step.awaits != 0) errno = EAGAIN;
+  if (step.awaits != 0) {
+    errno = EAGAIN;
+  } else if (errno == EAGAIN) {
+    errno = EPROTO;  // of an alert that found no room
+  }
   return step.result;
 }
 

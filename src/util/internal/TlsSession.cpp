@@ -17,21 +17,35 @@ TlsSession::TlsSession(SSL_CTX* context, int fd, Patience patience)
   if (!ssl_) return;
   if (patience == Patience::kNone) {
     SSL_set_fd(ssl_.get(), fd);
-    return;
-  }
-  BIO* const bio = MakePatientBio(fd);
-  if (bio == nullptr) {
+  } else if (!BecomePatient(fd)) {
     ssl_.reset();
-    return;
   }
-  SSL_set_bio(ssl_.get(), bio, bio);  // which takes it over
-  SSL_set_mode(ssl_.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
 }
 
+bool TlsSession::BecomePatient(int fd) {
+  BIO* const bio = MakePatientBio(fd);
+  if (bio == nullptr) return false;
+  SSL_set_bio(ssl_.get(), bio, bio);  // which takes it over
+  SSL_set_mode(ssl_.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+  patience_ = Patience::kPatient;
+  return true;
+}
+
+void TlsSession::BeginStep() {
+  if (ERR_peek_error() != 0) ERR_clear_error();
+}
+
+// A fatal alert that finds no room leaves a failed operation that looks as if it awaited some: only
+// the error queue tells.
 short TlsSession::Awaits(int result) const {
-  if (result > 0 || BIO_should_retry(SSL_get_rbio(ssl_.get())) == 0) return 0;
-  if (SSL_want_read(ssl_.get())) return POLLIN;
-  return SSL_want_write(ssl_.get()) ? POLLOUT : 0;
+  switch (SSL_get_error(ssl_.get(), result)) {
+    case SSL_ERROR_WANT_READ:
+      return POLLIN;
+    case SSL_ERROR_WANT_WRITE:
+      return POLLOUT;
+    default:
+      return 0;
+  }
 }
 
 bool TlsSession::IsWithinRecord() const { return HasPartOfRecord(ssl_.get()); }

@@ -25,6 +25,12 @@ class TlsSession {
   bool is_patient() const { return patience_ == Patience::kPatient; }
   SSL* get() const { return ssl_.get(); }
 
+  /// From now on, in place of what waits inside OpenSSL. False where there is no memory.
+  bool BecomePatient(int fd);
+
+  /// To be called before each operation of a patient session: takes away what others have left in
+  /// the thread's error queue.
+  static void BeginStep();
   /// What the last operation, which returned `result`, waits for: POLLIN, POLLOUT, or 0 where it is
   /// over, well or not.
   short Awaits(int result) const;
