@@ -51,8 +51,8 @@ class HUTIL_EXPORT HttpRequest {
   /// root of the PEM file `ca_file`, or of the system's where that is empty; its name is checked in
   /// any case. Owner. See CURLOPT_CAINFO(3).
   void VerifyPeer(std::string ca_file);
-  /// The status of the last request's answer, such as 200 or 404; 0 where none came, or none whole.
-  /// Owner.
+  /// The status of the last request's answer, such as 200 or 404; 0 where none came, or none whole,
+  /// and once VerifyPeer has been called. Owner.
   int status_code() const;
   /// Runs the request and fills `out`, which is emptied first, with the response's body, an error
   /// page included. kFailure, silently, without a URL, a method or a handle. kSuccess otherwise,

@@ -18,7 +18,8 @@ namespace util {
 ///
 /// Keys and values hold neither line feeds nor NULs. Lines of no known key are kept. A file above
 /// 1 MiB is neither read nor written, and nothing keeps SaveData from making it so: all later calls
-/// fail then, silently. Both operations create the file where it is missing.
+/// fail then, SaveData's and LoadData's silently. Both operations create the file where it is
+/// missing.
 ///
 /// SaveData rewrites the file in place and synchronously, in one write(2); other processes are not
 /// locked out. A process killed meanwhile leaves the old file, the new one, or a new one that is

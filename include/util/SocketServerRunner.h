@@ -63,9 +63,9 @@ class HUTIL_EXPORT SocketServerRunner {
   SocketServerRunner& operator=(const SocketServerRunner&) = delete;
 
   /// Sets what is called for each stream client that has left since, by whatever road (its end of
-  /// stream, RemoveFd, RemoveServer), but for those that are left when the runner goes: on the
-  /// loop's thread, and before another client of the runner's can have the number. An empty one
-  /// calls nothing. Any thread.
+  /// stream, RemoveFd, RemoveServer), but for those that are left when the runner goes, or leave
+  /// just before it: on the loop's thread, and before a client that the runner accepts can have the
+  /// number (one that AddFd enters can). An empty one calls nothing. Any thread.
   void SetClientGoneCb(ClientGoneCallback cb);
   /// Within the callback: sends to the client that the data come from, as Socket::SendTo does, or a
   /// datagram to its sender, of any domain. -1, silently, anywhere else. Loop thread.
