@@ -25,6 +25,7 @@ static_assert(POLLIN == EPOLLIN && POLLOUT == EPOLLOUT, "the kernel has one set 
 PeerWatch::PeerWatch()
     : epoll_(epoll_create1(EPOLL_CLOEXEC)),
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
+  if (fd() < 0) return;  // with the errno that says why
   epoll_event event = {};
   event.events = EPOLLIN;
   event.data.fd = timer_.get();
