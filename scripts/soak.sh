@@ -19,4 +19,6 @@ cmake --build "$build" --target soak
 set -- "$build/soak/soak" $(($1 * 60)) "$build/tests/certs/server.pem" "$build/tests/certs/server-key.pem"
 # Thread sanitizer cannot place its shadow memory when the kernel randomises too many bits.
 [ "$preset" != tsan ] || set -- setarch -R "$@"
+export ASAN_OPTIONS=fast_unwind_on_malloc=0
+export LSAN_OPTIONS="suppressions=$PWD/cmake/lsan.supp:print_suppressions=0"
 exec scripts/isolate.sh "$@"
