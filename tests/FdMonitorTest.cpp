@@ -1,92 +1,146 @@
 #include <sys/eventfd.h>
-#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <memory>
+#include <optional>
 
 #include "support/Kit.h"
 #include "util/FdMonitor.h"
 
 using namespace hutil_test;
 using namespace hvn::util;
-constexpr char kThreadLoop[] = "void hvn::util::FdMonitor::ThreadLoop()";
+constexpr char kSelectError[] = "%s %d: select error";
 
 struct Event {  // always writable; readable while its count is not 0
   explicit Event(unsigned count) : fd(eventfd(count, EFD_NONBLOCK)) {}
   ~Event() { close(fd); }
-  bool Take(eventfd_t count = 0) const { return eventfd_read(fd, &count) == 0; }
-  static void Never(int, FdType) { ADD_FAILURE(); }
   const int fd;
 };
 
-// Whether two more descriptors, ready in one pass, are called in it though the first removes both.
-bool Serves(FdMonitor& monitor) {
-  const Event begin(1), one(1), other(1);
+void Never(int, FdType) { ADD_FAILURE(); }
+
+// The thread that calls back for a ready descriptor; 0 where none does.
+long ServingThread(FdMonitor& monitor) {
+  const Event event(1);
+  std::atomic<long> tid{0};
+  monitor.Add(event.fd, kRead, [&](int fd, FdType) {
+    monitor.Remove(fd, kRead);
+    tid = gettid();
+  });
+  WaitFor([&tid] { return tid != 0; }, 5000);
+  return tid;
+}
+
+TEST(FdMonitor, RegistryHoldsFiveInTheOrderOfCreationForGood) {
+  AllowLeftovers(5, 5);
+  for (unsigned i = 0; i < 5; ++i) {
+    EXPECT_EQ(nullptr, FdMonitor::Get(i));
+    const FdMonitor* const made = FdMonitor::Create();
+    EXPECT_NE(nullptr, made);
+    EXPECT_EQ(made, FdMonitor::Get(i));
+  }
+  EXPECT_EQ(nullptr, FdMonitor::Create());
+  EXPECT_EQ(hvn::kSuccess, FdMonitor::Delete(0));
+  EXPECT_NE(0, ServingThread(*FdMonitor::Get(0)));
+  EXPECT_EQ(5u, FdMonitor::Count());
+}
+
+TEST(FdMonitor, CallsTheFirstCallbackUntilItsDescriptorIsConsumed) {
+  const Event event(1);
   std::atomic<int> calls{0};
-  const auto call = [&](int, FdType) {
-    calls += monitor.Remove(one.fd, kRead) == monitor.Remove(other.fd, kRead) ? 1 : 0;
+  eventfd_t count = 0;
+  FdMonitor monitor;
+  monitor.Add(event.fd, FdType(7), [&](int fd, FdType type) {
+    EXPECT_EQ(event.fd, fd);
+    EXPECT_EQ(kRead, type) << "which unknown types count as";
+    if (++calls == 3) eventfd_read(fd, &count);
+  });
+  monitor.Add(event.fd, kRead, Never);
+  EXPECT_TRUE(WaitFor([&calls] { return calls == 3; }, 5000));
+  ExpectAnnounced("void hvn::util::FdMonitor::ThreadLoop()", ServingThread(monitor));
+  EXPECT_EQ(3, calls);
+}
+
+TEST(FdMonitor, CallsInOrderAndAlsoForWhatAnEarlierCallOfThePassRemoved) {
+  const Event begin(1), one(1), other(1);
+  std::vector<int> called;
+  FdMonitor monitor;
+  const auto call = [&](int fd, FdType) {
+    called.push_back(fd);
+    for (const int removed : {one.fd, other.fd}) monitor.Remove(removed, kRead);
   };
   monitor.Add(begin.fd, kRead, [&](int fd, FdType) {
     monitor.Remove(fd, kRead);
-    for (const int ready : {one.fd, other.fd}) monitor.Add(ready, kRead, call);
+    for (const int added : {other.fd, one.fd}) monitor.Add(added, kRead, call);
   });
-  return WaitFor([&calls] { return calls == 2; }, 5000);
+  EXPECT_NE(0, ServingThread(monitor));
+  EXPECT_NE(0, ServingThread(monitor));
+  EXPECT_THAT(called, testing::ElementsAre(one.fd, other.fd));
 }
 
-TEST(FdMonitor, RegistryHoldsFiveForTheLifeOfTheProcess) {
-  AllowLeftovers(5, 5);
-  FdMonitor own;
-  for (unsigned int i = 0; i < 6; ++i) {
-    FdMonitor* const made = FdMonitor::Create();
-    EXPECT_TRUE(made == FdMonitor::Get(i) && (made == nullptr) == (i == 5)) << i;
-    EXPECT_TRUE(FdMonitor::Delete(0) == hvn::kSuccess && FdMonitor::Count() == std::min(i + 1, 5u));
-  }
-  EXPECT_TRUE(FdMonitor::Get(0) != FdMonitor::Get(4) && Serves(*FdMonitor::Get(0)));
-}
-
-TEST(FdMonitor, AnnouncesItsThreadAndServesTheFirstReadCallbackOnIt) {
+TEST(FdMonitor, ReportsAClosedDescriptorOfAnySetUntilItIsRemoved) {
   FdMonitor monitor;
-  const Event event(0), thrown_away(1);
-  std::atomic<int> calls{0}, tid{0};
-  monitor.Add(event.fd, FdType(7), [&](int fd, FdType type) {
-    tid = gettid();
-    calls += fd == event.fd && type == kRead && event.Take() ? 1 : 9;
-  });
-  for (const auto type : {kRead, kWrite, kExcept})
-    EXPECT_FALSE(monitor.Add(event.fd, type, event.Never));
-  EXPECT_TRUE(WaitFor([] { return CallCount(Call::kSelect) > 50; }, 5000)) << "always writable";
-  eventfd_write(event.fd, 1);
-  EXPECT_TRUE(WaitFor([&calls] { return calls == 1; }, 5000));
-  EXPECT_FALSE(monitor.Remove(event.fd, kRead) || monitor.Remove(event.fd, kRead));
-  eventfd_write(event.fd, 1);
-  monitor.Add(thrown_away.fd, kRead, nullptr);
-  EXPECT_TRUE(Serves(monitor) && !thrown_away.Take() && calls == 1);
-  EXPECT_SAID(LOG_DEBUG, kThreadLoop, "TID [%ld]\n", long{tid});
-  EXPECT_EQ(SystemLines().at(0), "echo \"" + std::string(kThreadLoop) + " " +
-                                     std::to_string(Logs().at(0).line + 1) + ": TID [" +
-                                     std::to_string(tid) + "]\n\" > /dev/kmsg");
+  for (const FdType type : {kRead, kWrite, kExcept}) {
+    const int closed = NextFd();
+    ClearLogs();
+    monitor.Add(closed, type, Never);
+    EXPECT_TRUE(WaitForLog(kSelectError, 5000));
+    monitor.Remove(closed, type);
+    EXPECT_NE(0, ServingThread(monitor));
+  }
 }
 
-TEST(FdMonitor, EndsAtAnyMomentAndItsWakeUpIsNeitherZeroNorTooHighForSelect) {
-  const rlimit limit{2048, 2048};
-  const Event event(1);
-  ASSERT_TRUE(setrlimit(RLIMIT_NOFILE, &limit) == 0 && dup2(event.fd, 1500) == 1500);
-  FailWithResult(Call::kEventFd, 1500, 0);  // closed again
-  FailNext(Call::kEventFd, EMFILE);
-  FdMonitor too_high, none, monitor;
-  none.ThreadLoop();
-  ASSERT_TRUE(fcntl(1500, F_GETFD) == -1 && dup2(event.fd, 1500) == 1500);
-  for (const FdType type : {kRead, kWrite, kExcept}) {
-    for (const int fd : {-1, 1500}) monitor.Add(fd, type, event.Never);
-  }
-  EXPECT_TRUE(Serves(monitor) && Logs().size() == 1);  // its announcement
-  FailNext(Call::kSelect, EBADF, 3);
-  FailWithResult(Call::kSelect, 0, 0);
-  EXPECT_TRUE(Serves(monitor) && CountLogged("%s %d: select error") == 3);
-  EXPECT_SAID(LOG_ERR, kThreadLoop, "select error");
-  EXPECT_SAID(LOG_DEBUG, kThreadLoop, "select timeout");
-  EXPECT_EQ(0, close(1500) + close(STDIN_FILENO));
-  for (int i = 0; i < 300; ++i) {
-    FdMonitor brief;
-    if (i % 2 > 0) brief.Add(event.fd, kExcept, nullptr);  // never ready
-    EXPECT_TRUE(fcntl(STDIN_FILENO, F_GETFD) == -1 && (i < 299 || Serves(brief)));
-  }
+// While select waits for a descriptor, closing it does not end the connection.
+TEST(FdMonitor, LetsGoOfWhatIsRemovedWhileItWaits) {
+  int ends[2];
+  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
+  FdMonitor monitor;
+  monitor.Add(ends[0], kRead, Never);
+  EXPECT_TRUE(WaitUntilAsleep(ServingThread(monitor)));
+  monitor.Remove(ends[0], kRead);
+  EXPECT_EQ(0, close(ends[0]));
+  EXPECT_TRUE(WaitUntilReadable(ends[1], 5000));
+  EXPECT_EQ(0, close(ends[1]));
+}
+
+TEST(FdMonitor, DestroysARemovedCallbackWithoutItsLock) {
+  FdMonitor monitor;
+  const auto call_back_in = [&monitor](void*) { monitor.Remove(-1, kRead); };
+  std::shared_ptr<void> owned(nullptr, call_back_in);
+  monitor.Add(-1, kRead, [owned](int, FdType) {});
+  owned.reset();
+  EXPECT_EQ(hvn::kSuccess, monitor.Remove(-1, kRead));
+}
+
+TEST(FdMonitor, NeverWaitsForWhatASetCannotHold) {
+  FdMonitor monitor;
+  monitor.Add(-1, kRead, Never);
+  monitor.Add(FD_SETSIZE, kRead, Never);
+  EXPECT_NE(0, ServingThread(monitor));
+  EXPECT_EQ(0, CountLogged(kSelectError));
+}
+
+TEST(FdMonitor, IsInertWithoutAThreadWhichIsSaid) {
+  WithoutThreads([] { const FdMonitor inert; });
+  EXPECT_SAID(LOG_ERR, "hvn::util::FdMonitor::FdMonitor()", "cannot start thread errno [%d]\n",
+              EAGAIN);
+}
+
+TEST(FdMonitor, WakeUpIsNeverStandardInputAndKeptFromExecutedPrograms) {
+  const int wake_up = NextFd();
+  close(STDIN_FILENO);
+  const FdMonitor monitor;
+  EXPECT_EQ(FD_CLOEXEC, fcntl(wake_up, F_GETFD));
   EXPECT_EQ(STDIN_FILENO, open("/dev/null", O_RDONLY));
+}
+
+TEST(FdMonitor, EndsAsSoonAsItIsMade) {
+  for (int i = 0; i < 100; ++i) FdMonitor().Add(-1, kRead, Never);  // both wake-ups add up
+}
+
+TEST(FdMonitor, ServesOnWhenAForkedChildDestroysIt) {
+  std::optional<FdMonitor> monitor(std::in_place);
+  EXPECT_TRUE(WaitUntilAsleep(ServingThread(*monitor)));
+  EXPECT_TRUE(EndsInChild([&monitor] { monitor.reset(); }));
+  EXPECT_NE(0, ServingThread(*monitor));
 }

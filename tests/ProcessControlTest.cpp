@@ -6,24 +6,31 @@
 
 using namespace hutil_test;
 
-TEST(ProcessControl, FindsTheNamesakesFromALowestNumberOn) {
-  const auto find = hvn::util::ProcessControl::GetPidByProcessName;
-  const std::string name = ("p" + std::to_string(getpid()) + "abcdefghijklmn").substr(0, 15);
-  ASSERT_EQ(0, prctl(PR_SET_NAME, name.c_str()));
-  EXPECT_EQ(getpid(), find(name, 0));
-  const pid_t child = fork();  // of the same name
-  if (child == 0) prctl(PR_SET_PDEATHSIG, SIGKILL), pause();
-  const auto [low, high] = std::minmax({getpid(), child});
-  EXPECT_TRUE(find(name, low) == low && find(name, low + 1) == high && find(name, high + 1) == -1);
-  for (const std::string& other : {name.substr(1), name.substr(0, 14), name.substr(0, 14) + "\n"}) {
-    EXPECT_EQ(-1, find(other, 1));
+struct ProcessControl : testing::Test {
+  ProcessControl() { EXPECT_EQ(0, prctl(PR_SET_NAME, name.c_str())); }
+  static pid_t Find(const std::string& other, int lowest_pid) {
+    return hvn::util::ProcessControl::GetPidByProcessName(other, lowest_pid);
   }
-  EXPECT_TRUE(Logs().empty());
-  EXPECT_EQ(low, find(name + "longer", 1));
-  EXPECT_TRUE(Said(LOG_WARNING,
-                   "static pid_t hvn::util::ProcessControl::GetPidByProcessName(std::string, int)",
-                   "max /proc/self/comm is 15 resize this data as 15"));
-  ASSERT_TRUE(kill(child, SIGKILL) == 0 && waitpid(child, nullptr, 0) == child);
-  FailNext(Call::kOpenDir, EMFILE);
-  EXPECT_EQ(-1, find(name, 1));
+  const std::string name = ("p" + std::to_string(getpid()) + "abcdefghijklmn").substr(0, 15);
+};
+
+TEST_F(ProcessControl, FindsTheFirstOfANameFromANumberOn) {
+  const pid_t child = fork();  // of the same name
+  if (child == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    pause();
+  }
+  const auto [low, high] = std::minmax({getpid(), child});
+  EXPECT_EQ(low, Find(name, 0));
+  EXPECT_EQ(low, Find(name, low));
+  EXPECT_EQ(high, Find(name, low + 1));
+  EXPECT_EQ(-1, Find(name, high + 1));
+  EXPECT_EQ(0, kill(child, SIGKILL));
+  EXPECT_EQ(child, waitpid(child, nullptr, 0));
+}
+
+TEST_F(ProcessControl, ComparesTheWholeNameAsFarAsTheKernelKeepsIt) {
+  EXPECT_EQ(-1, Find(name.substr(0, 14), 1));
+  EXPECT_EQ(getpid(), Find(name + "longer", 1));
+  EXPECT_EQ(1, CountLogged("%s %d: max /proc/self/comm is 15 resize this data as 15"));
 }

@@ -1,13 +1,14 @@
 #include "support/Faults.h"
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
-#include <netdb.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -120,7 +121,7 @@ INTERPOSE(kSend, "send", ssize_t, send, (int fd, const void* data, size_t size, 
 INTERPOSE(kSendTo, "sendto", ssize_t, sendto, (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t to_size), fd, &size, (fd, data, size, flags, to, to_size))
 INTERPOSE(kRecv, "recv", ssize_t, recv, (int fd, void* data, size_t size, int flags), fd, &size, (fd, data, size, flags))
 INTERPOSE(kRecvFrom, "recvfrom", ssize_t, recvfrom, (int fd, void* data, size_t size, int flags, sockaddr* from, socklen_t* from_size), fd, &size, (fd, data, size, flags, from, from_size))
-INTERPOSE(kSelect, TIME64("select", "__select64"), int, select, (int count, fd_set* in, fd_set* out, fd_set* except, timeval* span), kAnyFd, nullptr, (count, in, out, except, span))
+INTERPOSE(kSelect, TIME64("select", "__select64"), int, select, (int count, fd_set* in, fd_set* out, fd_set* except, timeval* span), (in != nullptr) + (out != nullptr) + (except != nullptr), nullptr, (count, in, out, except, span))
 INTERPOSE(kSocket, "socket", int, socket, (int domain, int type, int protocol), kAnyFd, nullptr, (domain, type, protocol))
 INTERPOSE(kBind, "bind", int, bind, (int fd, const sockaddr* to, socklen_t size), fd, nullptr, (fd, to, size))
 INTERPOSE(kListen, "listen", int, listen, (int fd, int backlog), fd, nullptr, (fd, backlog))
@@ -134,12 +135,15 @@ INTERPOSE(kEventFd, "eventfd", int, eventfd, (unsigned value, int flags), kAnyFd
 INTERPOSE(kUsleep, "usleep", int, usleep, (useconds_t span), int(span), nullptr, (span))
 INTERPOSE(kGetIfAddrs, "getifaddrs", int, getifaddrs, (ifaddrs** list), kAnyFd, nullptr, (list))
 INTERPOSE(kInetNtop, "inet_ntop", const char*, inet_ntop, (int family, const void* address, char* text, socklen_t size), kAnyFd, nullptr, (family, address, text, size))
-INTERPOSE(kGetAddrInfo, "getaddrinfo", int, getaddrinfo, (const char* host, const char* service, const addrinfo* hints, addrinfo** list), kAnyFd, nullptr, (host, service, hints, list))
-INTERPOSE_VARIADIC(kOpen, FILE64(open), open, (const char* path, int flags, ...), flags, kAnyFd, (path, flags, rest))
+INTERPOSE_VARIADIC(kOpen, FILE64(open), open, (const char* path, int flags, ...), flags, flags, (path, flags, rest))
 INTERPOSE(kRead, "read", ssize_t, read, (int fd, void* data, size_t size), fd, &size, (fd, data, size))
 INTERPOSE(kWrite, "write", ssize_t, write, (int fd, const void* data, size_t size), fd, &size, (fd, data, size))
 INTERPOSE(kLseek, FILE64(lseek), off_t, lseek, (int fd, off_t offset, int whence), fd, nullptr, (fd, offset, whence))
-INTERPOSE(kFtruncate, FILE64(ftruncate), int, ftruncate, (int fd, off_t size), fd, nullptr, (fd, size))
-INTERPOSE(kOpenDir, "opendir", DIR*, opendir, (const char* path), kAnyFd, nullptr, (path))
-INTERPOSE(kFopen, FILE64(fopen), FILE*, fopen, (const char* path, const char* mode), kAnyFd, nullptr, (path, mode))
+INTERPOSE_VARIADIC(kOpenAt, FILE64(openat), openat, (int folder, const char* path, int flags, ...), flags, flags, (folder, path, flags, rest))
+INTERPOSE(kFlock, "flock", int, flock, (int fd, int operation), fd, nullptr, (fd, operation))
+INTERPOSE(kFsync, "fsync", int, fsync, (int fd), fd, nullptr, (fd))
+INTERPOSE(kRenameAt, "renameat", int, renameat, (int from, const char* old_path, int to, const char* path), kAnyFd, nullptr, (from, old_path, to, path))
+INTERPOSE(kEpollCreate, "epoll_create1", int, epoll_create1, (int flags), kAnyFd, nullptr, (flags))
+INTERPOSE(kEpollCtl, "epoll_ctl", int, epoll_ctl, (int epoll, int operation, int fd, epoll_event* event), fd, nullptr, (epoll, operation, fd, event))
+INTERPOSE(kTimerFd, "timerfd_create", int, timerfd_create, (int clock, int flags), kAnyFd, nullptr, (clock, flags))
 // clang-format on

@@ -10,7 +10,8 @@ namespace hutil_test {
 enum class Call {
   kSend, kSendTo, kRecv, kRecvFrom, kSelect, kSocket, kBind, kListen, kAccept4, kConnect,
   kSetSockOpt, kGetSockOpt, kIoctl, kFcntl, kEventFd, kUsleep, kGetIfAddrs, kInetNtop,
-  kGetAddrInfo, kOpen, kRead, kWrite, kLseek, kFtruncate, kOpenDir, kFopen, kCount
+  kOpen, kRead, kWrite, kLseek, kOpenAt, kFlock, kFsync, kRenameAt, kEpollCreate, kEpollCtl,
+  kTimerFd, kCount
 };
 // clang-format on
 
@@ -19,7 +20,8 @@ constexpr int kAnyFd = -1;
 
 // After `skip` calls, the next `times` give this result and errno (null where a pointer is
 // returned) and do nothing. A positive result of a call that moves bytes is a short count: the call
-// is made, with no more than that many bytes. Faults of one call queue up.
+// is made, with no more than that many bytes. Faults of one call queue up. `fd` restricts them to
+// a descriptor; of open to exactly these flags, of select to so many sets.
 void FailWithResult(Call call, long result, int error, int times = 1, int skip = 0,
                     int fd = kAnyFd);
 inline void FailNext(Call call, int error, int times = 1, int skip = 0, int fd = kAnyFd) {

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <string>
 
 #include "support/Faults.h"
@@ -30,6 +31,31 @@ inline bool WaitForLog(const std::string& format, int milliseconds) {
   return WaitFor([&format] { return CountLogged(format) > 0; }, milliseconds);
 }
 
+inline int NextFd() {  // the number that the next descriptor gets
+  const int fd = int(syscall(SYS_fcntl, STDERR_FILENO, F_DUPFD, 0));
+  close(fd);
+  return fd;
+}
+// Whether that thread of ours comes to a wait.
+bool WaitUntilAsleep(long tid);
+// Holds up the one who passes, until it is opened.
+struct Barrier {
+  void Pass() {
+    reached.set_value();
+    open.get_future().wait();
+  }
+  void AwaitArrival() { reached.get_future().wait(); }
+  std::promise<void> reached, open;
+};
+// Whether `action`, on a thread of its own, waits until the barrier is opened, which happens here.
+bool WaitsFor(Barrier& barrier, const std::function<void()>& action);
+// Whether a forked child, which has the calling thread only, comes to the end of `body` in time.
+bool EndsInChild(const std::function<void()>& body);
+void Shell(const std::string& command);
+
+// Meanwhile no thread can be started: none can have the stack that is asked for.
+void WithoutThreads(const std::function<void()>& body);
+
 std::string CertPath(const std::string& name);
 inline std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -46,15 +72,9 @@ inline std::uint16_t LocalPort(int fd) {
   return ntohs(address.sin6_port);
 }
 
-class TempDir {
- public:
-  TempDir() { EXPECT_NE(nullptr, mkdtemp(&path_[0])); }
-  ~TempDir() { std::filesystem::remove_all(path_); }
-  TempDir(const TempDir&) = delete;
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_ = "/tmp/hutil-XXXXXX";
+// Each test has a /tmp of its own.
+struct TempDir {
+  std::string operator/(const std::string& name) const { return "/tmp/" + name; }
 };
 
 // A stranger's TCP client on 127.0.0.1. Faults never meet its calls, which go to the kernel.
@@ -74,12 +94,6 @@ class RawClient {
   void Close() {
     if (fd_ >= 0) close(fd_);
     fd_ = -1;
-  }
-  bool MoveAbove(int lowest) {  // leaves the low numbers to the library
-    const int moved = int(syscall(SYS_fcntl, fd_, F_DUPFD_CLOEXEC, lowest));
-    Close();
-    fd_ = moved;
-    return fd_ >= lowest;
   }
   bool Send(const std::string& data) {
     const long size = long(data.size());

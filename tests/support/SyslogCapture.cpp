@@ -1,8 +1,9 @@
 #include "support/SyslogCapture.h"
 
+#include <dlfcn.h>
+
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
 
 namespace hutil_test {
 namespace {
@@ -36,7 +37,16 @@ void ClearLogs() {
   s_commands.clear();
 }
 
-testing::AssertionResult Logged(int priority, const std::string& format, const std::string& text) {
+testing::AssertionResult Said(int priority, const char* function, const char* message, ...) {
+  va_list arguments;
+  va_start(arguments, message);
+  std::string format = message, text = Render(message, arguments);
+  va_end(arguments);
+  if (function != nullptr) {
+    const std::string colon = format.rfind(" : ", 0) == 0 ? "" : ": ";
+    format = "%s %d" + colon + format;
+    text = function + (" #" + colon) + text;
+  }
   auto failure = testing::AssertionFailure();
   failure << "not logged: <" << priority << "> \"" << format << "\" \"" << text << "\"; logged:";
   for (const LogLine& log : Logs()) {
@@ -48,20 +58,18 @@ testing::AssertionResult Logged(int priority, const std::string& format, const s
   return failure;
 }
 
-testing::AssertionResult Said(int priority, const char* function, const char* message, ...) {
-  va_list arguments;
-  va_start(arguments, message);
-  const std::string text = Render(message, arguments);
-  va_end(arguments);
-  if (function == nullptr) return Logged(priority, message, text);
-  const std::string colon = std::string(message).rfind(" : ", 0) == 0 ? "" : ": ";
-  return Logged(priority, "%s %d" + colon + message, function + (" #" + colon) + text);
-}
-
 int CountLogged(const std::string& format) {
   int count = 0;
   for (const LogLine& log : Logs()) count += log.format == format ? 1 : 0;
   return count;
+}
+
+void ExpectAnnounced(const std::string& function, long tid) {
+  EXPECT_SAID(LOG_DEBUG, function.c_str(), "TID [%ld]\n", tid);
+  const std::string line = std::to_string(Logs().at(0).line + 1);
+  EXPECT_EQ(
+      "echo \"" + function + " " + line + ": TID [" + std::to_string(tid) + "]\n\" > /dev/kmsg",
+      SystemLines().at(0));
 }
 
 extern "C" void syslog(int priority, const char* format, ...) {
@@ -69,7 +77,10 @@ extern "C" void syslog(int priority, const char* format, ...) {
   va_start(arguments, format);
   LogLine log{priority, format, "", 0};
   if (log.format.rfind("%s %d: ", 0) == 0 || log.format.rfind("%s %d : ", 0) == 0) {
-    log.text = va_arg(arguments, const char*) + std::string(" #");
+    const char* const function = va_arg(arguments, const char*);
+    Dl_info object;  // whoever takes the place of syslog may keep the pointer
+    EXPECT_NE(0, dladdr(function, &object)) << function << " is a copy";
+    log.text = function + std::string(" #");
     log.line = va_arg(arguments, int);
     format += sizeof("%s %d") - 1;
   }

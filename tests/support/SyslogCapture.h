@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -20,15 +21,14 @@ std::vector<LogLine> Logs();
 std::vector<std::string> SystemLines();
 void ClearLogs();  // both of them
 
-// Was this line logged? A failure shows all that were:
-//   EXPECT_TRUE(Logged(LOG_ERR, "%s %d: bad\n", "void hvn::util::Thing::Run() #: bad\n"));
-testing::AssertionResult Logged(int priority, const std::string& format, const std::string& text);
-// The same for "%s %d: MESSAGE" said by `function` with these arguments; " : MESSAGE" has its own
-// colon. With a null function the message is the whole format.
+// Was "%s %d: MESSAGE" logged by `function` with these arguments? " : MESSAGE" has its own colon;
+// with a null function the message is the whole format. A failure shows all that was logged.
 //   EXPECT_SAID(LOG_ERR, "void hvn::util::Thing::Run()", "errno [%d]\n", EIO);
 testing::AssertionResult Said(int priority, const char* function, const char* message, ...)
     __attribute__((format(printf, 3, 4)));
 #define EXPECT_SAID(...) EXPECT_TRUE(hutil_test::Said(__VA_ARGS__))
 int CountLogged(const std::string& format);
+// Did `function` announce its thread first, in the log and from the next source line by an echo?
+void ExpectAnnounced(const std::string& function, long tid);
 
 }  // namespace hutil_test
