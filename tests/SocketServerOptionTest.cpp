@@ -2,6 +2,7 @@
 #include <sys/resource.h>
 
 #include <memory>
+#include <thread>
 
 #include "support/Peers.h"
 
@@ -195,6 +196,20 @@ TEST(TlsServer, ServesOthersWhileANewcomerIsSilentAndEndsWithoutIt) {
   EXPECT_TRUE(WaitForLog(kRemoved, 2000));
   echo.reset();
   EXPECT_TRUE(silent.ClosedByPeer());
+}
+
+TEST(TlsServer, DropsAPeerWhoseFailureFindsNoRoomForItsAlert) {
+  ServerTls tls;
+  SslWrapper peer_tls(false, SslWrapper::kTlsV1_2);
+  Pair pair;
+  std::thread peer([&] { EXPECT_TRUE(peer_tls.Connect(pair.far())); });
+  EXPECT_TRUE(tls.Accept(pair.near()));
+  peer.join();
+  Echo echo(&tls, Limit(kLongMs));
+  echo.server.AddFd(pair.near(), "of the daemon's own");
+  pair.Fill();
+  EXPECT_EQ(9, send(pair.far(), "no record", 9, 0));
+  EXPECT_TRUE(WaitForLog(kRemoved, 2000));
 }
 
 TEST(SocketServerOption, LimitIsForDatagramsToo) {

@@ -5,6 +5,10 @@ namespace hutil_test {
 
 using hvn::util::SocketServerRunner;
 
+constexpr char kFdCallback[] =
+    "void hvn::util::SocketServerRunner::FdCallback(int, hvn::util::FdType)";
+constexpr char kAccepted[] = "server [%d:%s] accept client [%d:%s\n";
+
 // A runner that answers each message with itself, and a TCP server of its own.
 class Runner : public testing::Test {
  protected:
@@ -56,6 +60,26 @@ TEST_F(Runner, PausesForLackOfMeansAndEntersNobodyWhomItCannotServe) {
   RawClient client(port());
   EXPECT_TRUE(Serves(client));
   EXPECT_EQ(std::vector<unsigned>(4, 5000), Sleeps());
+}
+
+// An unnamed client's event is its server's, which wants to accept.
+TEST(SocketServerRunner, AwaitsNobodyForUnnamedClientsThatItCannotRead) {
+  AllowLeftovers(21, 0);  // a runner leaves its clients open
+  Inbox inbox;
+  Socket server("/tmp/server", kTcp, kUnix, {}), named("/tmp/client", kTcp, kUnix, {});
+  server.Listen(30);
+  std::vector<std::unique_ptr<Socket>> unnamed(20);
+  for (auto& client : unnamed) {
+    client = std::make_unique<Socket>("", kTcp, kUnix, Socket::SocketOption());
+    client->Connect("/tmp/server", 0);
+    client->Send(std::string("unread"));
+  }
+  SocketServerRunner runner(inbox.Callback());
+  EXPECT_TRUE(runner.AddServer(&server));
+  named.Connect("/tmp/server", 0);
+  named.Send(std::string("x"));
+  EXPECT_TRUE(inbox.Await("x"));
+  EXPECT_SAID(LOG_DEBUG, kFdCallback, kAccepted, server.fd(), server.path().c_str(), -1, "");
 }
 
 TEST_F(Runner, HearsDatagramsOf32768BytesAndRepliesToTheirSenders) {

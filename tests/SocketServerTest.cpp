@@ -22,6 +22,22 @@ TEST_F(ServedClient, HasALongMessageInPiecesOf8192Bytes) {
   EXPECT_EQ(8192U, echo_.inbox.messages()[1].data.size());
 }
 
+TEST(SocketServer, CallbackMeetsZerosBehindItsMessage) {
+  AllowLeftovers(1, 0);  // a server leaves its clients open
+  std::vector<char> received;
+  std::promise<void> twice;
+  const auto receive = [&](int, int, std::string, void* data, size_t size) {
+    received.assign(static_cast<char*>(data), static_cast<char*>(data) + 8192);
+    if (size == 1) twice.set_value();
+    return true;
+  };
+  SocketServer server(kHere, kTcp, kIpv4, receive, nullptr);
+  RawClient client(LocalPort(server.fd()));
+  EXPECT_TRUE(client.Send(std::string(8192, 'x') + "x"));
+  twice.get_future().wait();
+  EXPECT_EQ(8191, std::count(received.begin(), received.end(), '\0'));
+}
+
 TEST(SocketServer, NewClientCallbackHoldsNoLockAndItsClientCanBeAnswered) {
   Echo echo;
   echo.server.SetNewClientCb([&](int server, int client, std::string path) {
