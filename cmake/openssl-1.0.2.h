@@ -19,7 +19,6 @@
 #define BIO_set_fd(b, fd, c) BIO_int_ctrl(b, BIO_C_SET_FD, c, fd)
 #define BIO_set_retry_read(b) BIO_set_flags(b, (BIO_FLAGS_READ | BIO_FLAGS_SHOULD_RETRY))
 #define BIO_set_retry_write(b) BIO_set_flags(b, (BIO_FLAGS_WRITE | BIO_FLAGS_SHOULD_RETRY))
-#define BIO_should_retry(a) BIO_test_flags(a, BIO_FLAGS_SHOULD_RETRY)
 #define CRYPTO_LOCK 1
 #define EVP_PKEY_RSA 6
 #define EVP_PKEY_EC 408
@@ -31,21 +30,19 @@
 #define SSL_CTRL_SET_TLSEXT_HOSTNAME 55
 #define SSL_CTX_set_ecdh_auto(ctx, onoff) SSL_CTX_ctrl(ctx, SSL_CTRL_SET_ECDH_AUTO, onoff, NULL)
 #define SSL_CTX_set_options(ctx, op) SSL_CTX_ctrl((ctx), SSL_CTRL_OPTIONS, (op), NULL)
+#define SSL_ERROR_WANT_READ 2
+#define SSL_ERROR_WANT_WRITE 3
 #define SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER 0x00000002L
 #define SSL_MODE_ENABLE_PARTIAL_WRITE 0x00000001L
 #define SSL_OP_CIPHER_SERVER_PREFERENCE 0x00400000L
 #define SSL_OP_NO_COMPRESSION 0x00020000L
 #define SSL_OP_SINGLE_ECDH_USE 0x00080000L
-#define SSL_READING 3
 #define SSL_VERIFY_FAIL_IF_NO_PEER_CERT 0x02
 #define SSL_VERIFY_NONE 0x00
 #define SSL_VERIFY_PEER 0x01
-#define SSL_WRITING 2
 #define SSL_set_mode(ssl, op) SSL_ctrl((ssl), SSL_CTRL_MODE, (op), NULL)
 #define SSL_set_tlsext_host_name(s, name) \
   SSL_ctrl(s, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, (char*)name)
-#define SSL_want_read(s) (SSL_want(s) == SSL_READING)
-#define SSL_want_write(s) (SSL_want(s) == SSL_WRITING)
 #define TLSEXT_NAMETYPE_host_name 0
 #define X509_V_OK 0
 
@@ -84,7 +81,6 @@ int BIO_free(BIO* a);
 long BIO_int_ctrl(BIO* bp, int cmd, long larg, int iarg);
 void BIO_set_flags(BIO* b, int flags);
 BIO_METHOD* BIO_s_socket(void);
-int BIO_test_flags(const BIO* b, int flags);
 BIO* BIO_new(BIO_METHOD* type);
 BIO_METHOD* BIO_s_mem(void);
 int BIO_write(BIO* b, const void* data, int len);
@@ -94,6 +90,7 @@ int CRYPTO_num_locks(void);
 void CRYPTO_set_locking_callback(void (*func)(int mode, int type, const char* file, int line));
 
 void ERR_clear_error(void);
+unsigned long ERR_peek_error(void);
 unsigned long ERR_peek_last_error(void);
 int ERR_pop_to_mark(void);
 const char* ERR_reason_error_string(unsigned long e);
@@ -139,7 +136,7 @@ int SSL_connect(SSL* ssl);
 long SSL_ctrl(SSL* ssl, int cmd, long larg, void* parg);
 void SSL_free(SSL* ssl);
 const char* SSL_get_cipher_list(const SSL* s, int n);
-BIO* SSL_get_rbio(const SSL* s);
+int SSL_get_error(const SSL* s, int ret_code);
 int SSL_get_verify_mode(const SSL* s);
 long SSL_get_verify_result(const SSL* ssl);
 int SSL_library_init(void);
@@ -152,7 +149,6 @@ void SSL_set_bio(SSL* s, BIO* rbio, BIO* wbio);
 int SSL_set_fd(SSL* s, int fd);
 void SSL_set_quiet_shutdown(SSL* ssl, int mode);
 int SSL_shutdown(SSL* s);
-int SSL_want(const SSL* s);
 int SSL_write(SSL* ssl, const void* buf, int num);
 const SSL_METHOD* TLSv1_1_client_method(void);
 const SSL_METHOD* TLSv1_1_server_method(void);
