@@ -22,6 +22,9 @@ for group in "$@"; do
     package) wanted="$wanted dpkg-dev file lintian mmdebstrap" ;;
     coverage) wanted="$wanted gcovr" ;;
     docs) wanted="$wanted doxygen" ;;
+    strangers)
+      wanted="$wanted curl gnutls-bin iproute2 nodejs openssl procps python3 sslscan testssl.sh util-linux"
+      ;;
     mutants) wanted="$wanted git patch python3-clang-14 rsync util-linux" ;;
     fuzz) wanted="$wanted clang-14 iproute2 libclang-rt-14-dev openssl util-linux" ;;
     bench)
@@ -29,7 +32,8 @@ for group in "$@"; do
       wanted="$wanted python3 sysvinit-utils util-linux"
       ;;
     *)
-      echo "setup.sh: no group '$group' (build, test, demo, check, armhf, machine, abi, package, coverage, docs, bench, fuzz, mutants)" >&2
+      echo "setup.sh: no group '$group' (build, test, demo, check, armhf, machine, abi, package, coverage, docs," \
+        "bench, fuzz, mutants, strangers)" >&2
       exit 2
       ;;
   esac
