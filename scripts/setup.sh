@@ -21,6 +21,7 @@ for group in "$@"; do
     abi) wanted="$wanted abigail-tools binutils" ;;
     package) wanted="$wanted dpkg-dev file lintian mmdebstrap" ;;
     coverage) wanted="$wanted gcovr" ;;
+    openssl-1.0.2) wanted="$wanted gcc make perl" ;;
     docs) wanted="$wanted doxygen" ;;
     strangers)
       wanted="$wanted curl gnutls-bin iproute2 nodejs openssl procps python3 sslscan testssl.sh util-linux"
@@ -33,7 +34,7 @@ for group in "$@"; do
       ;;
     *)
       echo "setup.sh: no group '$group' (build, test, demo, check, armhf, machine, abi, package, coverage, docs," \
-        "bench, fuzz, mutants, strangers)" >&2
+        "bench, fuzz, mutants, openssl-1.0.2, strangers)" >&2
       exit 2
       ;;
   esac

@@ -186,7 +186,7 @@ void OneConnection(uint16_t port, SSL_CTX* context, Random& random,
 
 /// Every other one does without session tickets, so that servers have to remember what they keep.
 Context MakeContext(unsigned number) {
-  Context context(SSL_CTX_new(TLS_client_method()));
+  Context context(SSL_CTX_new(SSLv23_client_method()));
   if (number % 2 > 0) SSL_CTX_set_options(context.get(), SSL_OP_NO_TICKET);
   return context;
 }

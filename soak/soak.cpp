@@ -96,6 +96,8 @@ class Clients {
 
   [[noreturn]] void Serve() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // OpenSSL before 1.1.0 has to be made ready for threads, which the library does.
+    const SslWrapper makes_ready(false, SslWrapper::kTlsV1_2);
     Order order;
     while (recv(fd_, &order, sizeof(order), MSG_WAITALL) == sizeof(order)) {
       const Tallies tallies = Storm(order.clear_port, order.tls_port, order.seconds);
