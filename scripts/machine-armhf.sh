@@ -13,7 +13,7 @@ passed_mark='machine-armhf.sh: all is well'
 
 # The kernel and what runs on it at all; then what the tests, the examples and the demo call; then what builds there.
 packages="linux-image-armmp,kmod,?essential,mawk\
-,busybox,dnsmasq-base,iproute2,mount,openssl,procps,udhcpc,util-linux\
+,busybox,dnsmasq-base,iproute2,mount,openssl,procps,python3,udhcpc,util-linux\
 ,binutils,cmake,g++,libcurl4-openssl-dev,libgmock-dev,libgtest-dev,libssl-dev,ninja-build,pkg-config"
 
 fail() { echo "machine-armhf.sh: $*" >&2; exit 1; }
