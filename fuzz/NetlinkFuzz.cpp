@@ -52,9 +52,7 @@ void ReadAttribute(const rtattr* attribute, Record& record) {
   const char* const data = static_cast<const char*>(RTA_DATA(attribute));
   if (attribute->rta_type == IFLA_ADDRESS) record[EventDic::kMacAddress] = MacOf(data);
   if (attribute->rta_type == IFLA_BROADCAST) record[EventDic::kBroadcastAddress] = MacOf(data);
-  if (attribute->rta_type == IFLA_IFNAME) {
-    record[EventDic::kIfName] = std::string(data, strnlen(data, RTA_PAYLOAD(attribute)));
-  }
+  if (attribute->rta_type == IFLA_IFNAME) record[EventDic::kIfName] = data;  // wherever it ends
   const bool is_told = *data == IF_OPER_DOWN || *data == IF_OPER_DORMANT || *data == IF_OPER_UP;
   if (attribute->rta_type == IFLA_OPERSTATE && is_told)
     record[EventDic::kNetState] = "NetStateDown";
