@@ -140,7 +140,7 @@ SocketServer::~SocketServer() {
 /// for an answer) is cut off, or the loop's thread could not be joined.
 void SocketServer::ReleaseLoop() {
   gate_->Shut();
-  const std::vector<ClientPtr> clients = clients_->Close();
+  const std::vector<ClientPtr> clients = clients_->Shut();
   if (gate_->AwaitEnd()) return;
   for (const ClientPtr& client : clients) {
     const bool in_use = client.use_count() > 1;  // by the event, or by a send of its callback

@@ -1,13 +1,10 @@
 #ifndef HUTIL_UTIL_INTERNAL_CLIENT_H_
 #define HUTIL_UTIL_INTERNAL_CLIENT_H_
 
-#include <unistd.h>
-
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "util/Thread.h"
 #include "util/internal/Outbox.h"
@@ -28,11 +25,9 @@ struct Peer {
 /// sends of other threads. Whoever lets go last closes the descriptor of one that was dropped: its
 /// number is nobody else's before, so no byte can reach another client.
 struct Client {
-  Client(int number, std::string text, std::unique_ptr<Peer> limited)
-      : fd(number), path(std::move(text)), peer(std::move(limited)) {}
-  ~Client() {
-    if (dropped) close(fd);
-  }
+  Client(int number, std::string text, std::unique_ptr<Peer> limited);
+  /// Closes a dropped one.
+  ~Client();
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 

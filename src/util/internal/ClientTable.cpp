@@ -19,7 +19,7 @@ void ClientTable::KeepDeparted(std::function<void()> on_departure) {
 
 bool ClientTable::Add(int fd, std::string path, std::unique_ptr<Peer> peer) {
   std::lock_guard<Mutex> lock(mutex_);
-  if (closed_) return false;
+  if (shut_) return false;
   if (clients_.count(fd) > 0) return true;
   if (monitor_ != nullptr) monitor_->Add(fd, kRead, callback_);
   clients_.emplace(fd, std::make_shared<Client>(fd, std::move(path), std::move(peer)));
@@ -89,10 +89,10 @@ std::vector<ClientPtr> ClientTable::TakeDeparted() {
   return departed;
 }
 
-std::vector<ClientPtr> ClientTable::Close() {
+std::vector<ClientPtr> ClientTable::Shut() {
   std::vector<ClientPtr> all;
   std::lock_guard<Mutex> lock(mutex_);
-  closed_ = true;
+  shut_ = true;
   for (const auto& entry : clients_) {
     entry.second->left = true;
     all.push_back(entry.second);

@@ -26,7 +26,7 @@ class ClientTable {
   void KeepDeparted(std::function<void()> on_departure);
 
   /// Enters a client; one already known keeps its path. `peer` may be null. False once the table is
-  /// closed.
+  /// shut.
   bool Add(int fd, std::string path, std::unique_ptr<Peer> peer);
   /// Null where there is none of that number.
   ClientPtr Find(int fd);
@@ -45,7 +45,7 @@ class ClientTable {
   /// Those who have left since the last call. A dropped one is closed when its record goes.
   std::vector<ClientPtr> TakeDeparted();
   /// Empties the table without a word, for good; returns who was in it.
-  std::vector<ClientPtr> Close();
+  std::vector<ClientPtr> Shut();
 
  private:
   using Clients = std::map<int, ClientPtr>;
@@ -58,7 +58,7 @@ class ClientTable {
   Mutex mutex_;  ///< Guards what follows.
   Clients clients_;
   std::vector<ClientPtr> departed_;
-  bool closed_ = false;
+  bool shut_ = false;
 };
 
 }  // namespace util
