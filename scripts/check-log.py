@@ -3,7 +3,8 @@
 
 Every HUTIL_LOG of the sources has a row under its priority with its whole format and with the class
 (or the operation) that it speaks for, and every row has such a call. Every function that is named
-in the log is one that a header declares. --list prints what is logged.
+in the log is one that a header declares. TCP's figures stand under their names. --list prints what is
+logged.
 """
 
 import re
@@ -30,6 +31,7 @@ class Call:
     priority: int
     text: str
     speakers: set  # signatures; empty where the line names no function or only a caller knows
+    figures: list  # fields of a tcp_info among its arguments
 
 
 class Sources:
@@ -102,7 +104,8 @@ class Sources:
                     speakers = self.resolve(file, offset, arguments[2])
                     if speakers is None:
                         sys.exit(f"check-log.py: {place}: what function is '{arguments[2]}'?")
-                yield Call(place, PRIORITIES[arguments[0]], shown(format_), speakers)
+                figures = re.findall(r"\.tcpi_(\w+)", " ".join(arguments[2:]))
+                yield Call(place, PRIORITIES[arguments[0]], shown(format_), speakers, figures)
 
     def _place(self, file, offset):
         line = self.texts[file].count("\n", 0, offset) + 1
@@ -166,6 +169,9 @@ def faults():
         if key not in explained:
             yield f"{call.place}: docs/operations.md has no such text at {key[0]}: '{key[1]}'"
             continue
+        names = re.findall(r"(?:tcpi_)?(\w+) \[%u\]", call.text)
+        if call.figures and call.figures != names:
+            yield f"{call.place}: a figure of TCP does not stand under its name"
         speakers = {operation(speaker) for speaker in call.speakers}
         heard = {who for who in explained[key]
                  if not speakers or any(speaks_for(who, speaker) for speaker in speakers)}

@@ -30,6 +30,7 @@ TEST(Buffer, RefusesBytesFromNowhereAndMoreThanItCanCount) {
   buffer.Copy(s_digits, 6);
   EXPECT_FALSE(buffer.Copy(nullptr, 1));
   EXPECT_FALSE(buffer.Copy(s_digits, UINT_MAX - 5));
+  EXPECT_TRUE(buffer.Copy(nullptr, 0));
   EXPECT_EQ("012345", Room(buffer));
 }
 

@@ -4,7 +4,6 @@
 // that wake a loop, which no kernel fails, and OpenSSL's and libcurl's calls, which are theirs to
 // test.
 #include "support/Kit.h"
-#include "util/PersistentConfig.h"
 #include "util/SocketServer.h"
 
 namespace hutil_test {
@@ -176,26 +175,6 @@ TEST(Faults, ServerWithAndWithoutALimitForItsPeers) {
   for (const Call call : {C::kEpollCreate, C::kTimerFd}) rows.push_back({call, 1, "serve", log});
   for (const Call call : {C::kEpollCtl, C::kOpen}) rows.push_back({call, 1, kEnd});
   Check([] { ServeTwoClients(5000); }, rows, {EMFILE, EIO, kOneByte});
-}
-
-TEST(Faults, AtomicSave) {
-  const auto scenario = [] {
-    constexpr char kFile[] = "/data/persistent_data.conf";
-    WriteFile(kFile, "a=!=%=1\n");
-    Arm();
-    const hvn::Result saved = PersistentConfig::SaveDataAtomically("a", "2");
-    const std::string left = ReadFile(kFile);
-    ExpectAt("old file", false, left == "a=!=%=1\n");
-    ExpectAt("mixture", "a=!=%=2\n", left);
-    ExpectAt("new file and failure", hvn::kSuccess, saved);
-  };
-  const char log[] = "cannot %s for [%s] errno [%d]\n";
-  Check(scenario, {
-      {C::kOpen, 1, "old file", log}, {C::kFlock, 1, "old file", log}, {C::kFlock, 1, kEnd},
-      {C::kOpenAt, 2, "old file", log}, {C::kLseek, 2, "old file", log},
-      {C::kRead, 1, "old file", log, "old file"}, {C::kRead, kAlways, kSpared}, {C::kWrite, 1, "old file", log, kEnd},
-      {C::kFsync, 1, "old file", log}, {C::kRenameAt, 1, "old file", log},
-      {C::kFsync, 1, "new file and failure", log}}, {EIO, kOneByte});
 }
 // clang-format on
 

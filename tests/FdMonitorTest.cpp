@@ -61,23 +61,6 @@ TEST(FdMonitor, CallsTheFirstCallbackUntilItsDescriptorIsConsumed) {
   EXPECT_EQ(3, calls);
 }
 
-TEST(FdMonitor, CallsInOrderAndAlsoForWhatAnEarlierCallOfThePassRemoved) {
-  const Event begin(1), one(1), other(1);
-  std::vector<int> called;
-  FdMonitor monitor;
-  const auto call = [&](int fd, FdType) {
-    called.push_back(fd);
-    for (const int removed : {one.fd, other.fd}) monitor.Remove(removed, kRead);
-  };
-  monitor.Add(begin.fd, kRead, [&](int fd, FdType) {
-    monitor.Remove(fd, kRead);
-    for (const int added : {other.fd, one.fd}) monitor.Add(added, kRead, call);
-  });
-  EXPECT_NE(0, ServingThread(monitor));
-  EXPECT_NE(0, ServingThread(monitor));
-  EXPECT_THAT(called, testing::ElementsAre(one.fd, other.fd));
-}
-
 TEST(FdMonitor, ReportsAClosedDescriptorOfAnySetUntilItIsRemoved) {
   FdMonitor monitor;
   for (const FdType type : {kRead, kWrite, kExcept}) {
@@ -118,6 +101,13 @@ TEST(FdMonitor, NeverWaitsForWhatASetCannotHold) {
   monitor.Add(FD_SETSIZE, kRead, Never);
   EXPECT_NE(0, ServingThread(monitor));
   EXPECT_EQ(0, CountLogged(kSelectError));
+}
+
+TEST(FdMonitor, IsInertWithoutAWakeUpThatASetCanHold) {
+  FailNext(Call::kEventFd, EMFILE);
+  FailWithResult(Call::kEventFd, FD_SETSIZE, 0);
+  const FdMonitor without, beyond;
+  EXPECT_THAT(Messages(), testing::IsEmpty());
 }
 
 TEST(FdMonitor, IsInertWithoutAThreadWhichIsSaid) {

@@ -31,6 +31,9 @@ TEST_F(ProcessControl, FindsTheFirstOfANameFromANumberOn) {
 
 TEST_F(ProcessControl, ComparesTheWholeNameAsFarAsTheKernelKeepsIt) {
   EXPECT_EQ(-1, Find(name.substr(0, 14), 1));
+  EXPECT_EQ(getpid(), Find(name, 1));
+  EXPECT_THAT(Messages(), testing::IsEmpty());
   EXPECT_EQ(getpid(), Find(name + "longer", 1));
-  EXPECT_EQ(1, CountLogged("%s %d: max /proc/self/comm is 15 resize this data as 15"));
+  EXPECT_THAT(Messages(),
+              testing::ElementsAre("4: max /proc/self/comm is 15 resize this data as 15"));
 }

@@ -10,7 +10,7 @@ namespace hutil_test {
 
 constexpr char kTakenOut[] = "%s %d: client fd [%d] path [%s] taken out: %s\n";
 constexpr int kLongMs = 20000;  // which no test waits for
-constexpr int kShortMs = 150;
+const int kShortMs = Stretched(200);
 
 // More than the kernel's buffers hold, no byte like its neighbours.
 std::string LongAnswer() {
@@ -105,7 +105,7 @@ TEST_P(LimitedServer, CutsOffAPeerThatDripsItsAnswer) {
   const int64_t start = NowMs();
   EXPECT_TRUE(dripping.Send("x"));
   EXPECT_TRUE(echo.inbox.Await("x"));
-  while (CountLogged(kTakenOut) == 0 && NowMs() - start < 5000) dripping.raw.Recv(1, 1);
+  while (CountLogged(kTakenOut) == 0 && NowMs() - start < Stretched(5000)) dripping.raw.Recv(1, 1);
   EXPECT_GE(NowMs() - start, kShortMs - 1);
   EXPECT_TRUE(TakenOutFor("answer not taken in time"));
 }
@@ -151,7 +151,8 @@ TEST_P(LimitedServer, TurnsANewcomerAwayWhenDescriptorsHaveRunOut) {
 // A byte now and then, until the server has had enough; in how many milliseconds.
 int64_t DripUntilClosed(RawClient& client) {
   const int64_t start = NowMs();
-  while (client.Send("-") && !WaitUntilReadable(client.fd(), 5) && NowMs() - start < 5000) continue;
+  const int64_t end = start + Stretched(5000);
+  while (client.Send("-") && !WaitUntilReadable(client.fd(), 5) && NowMs() < end) continue;
   EXPECT_TRUE(client.ClosedByPeer(0));
   return NowMs() - start;
 }
@@ -210,14 +211,6 @@ TEST(TlsServer, DropsAPeerWhoseFailureFindsNoRoomForItsAlert) {
   pair.Fill();
   EXPECT_EQ(9, send(pair.far(), "no record", 9, 0));
   EXPECT_TRUE(WaitForLog(kRemoved, 2000));
-}
-
-TEST(SocketServerOption, LimitIsForDatagramsToo) {
-  const TempDir folder;
-  const Socket deaf(folder / "deaf", kUdp, kUnix, {});
-  SocketServer server(folder / "server", kUdp, kUnix, Inbox().Callback(), nullptr, Limit(20));
-  while (server.SendTo(folder / "deaf", std::string("x")) == 1) continue;
-  EXPECT_EQ(1, CountLogged("%s %d: errno [%d] cannot send data to [%s]\n"));
 }
 
 TEST(SocketServerOption, GoneCallbackTellsOfAClientWhileItsNumberIsStillTaken) {

@@ -95,14 +95,4 @@ TEST_F(Runner, HearsDatagramsOf32768BytesAndRepliesToTheirSenders) {
   runner_.RemoveServer(&datagrams);
 }
 
-TEST_F(Runner, TellsOfAClientThatLeftWhileItsNumberIsStillTaken) {
-  Departure departure;
-  runner_.SetClientGoneCb(departure.Callback());
-  RawClient client(port());
-  const std::string path = NameOf(client.fd());
-  EXPECT_TRUE(Serves(client));
-  client.Close();
-  EXPECT_EQ(std::to_string(server_.fd()) + " open " + path, departure.Await());
-}
-
 }  // namespace hutil_test

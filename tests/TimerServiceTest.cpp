@@ -1,9 +1,12 @@
+#include <sys/prctl.h>
+
 #include <climits>
 
 #include "support/Kit.h"
 #include "util/TimerService.h"
 
 using namespace hutil_test;
+using testing::Contains, testing::MatchesRegex;
 constexpr long long kHour = 3600000000;
 
 bool Keep(int, void*) { return true; }
@@ -20,6 +23,7 @@ struct TimerService : testing::Test {
   int AddRunner(long long interval_us, bool keep) {
     const auto run = [this, keep](int, void*) {
       tid = gettid();
+      slack_ns = prctl(PR_GET_TIMERSLACK);
       ++runs;
       return keep;
     };
@@ -37,7 +41,7 @@ struct TimerService : testing::Test {
     barrier.AwaitArrival();
   }
   static void AwaitEndOfPass() { EXPECT_TRUE(Service().EndTask(Add(kHour))); }
-  std::atomic<int> runs{0};
+  std::atomic<int> runs{0}, slack_ns{0};
   std::atomic<long> tid{0};
   Barrier barrier;
 };
@@ -49,6 +53,9 @@ TEST_F(TimerService, RunsATaskAfterEachIntervalOnAnAnnouncedThread) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(3 * 20));
   ExpectAnnounced("void hvn::util::TimerService::ThreadLoop(hvn::util::TimerService::ThreadInfo*)",
                   tid);
+  EXPECT_EQ(1000, slack_ns);
+  EXPECT_THAT(Messages(), Contains(MatchesRegex("7: execute time_us [0-9]{1,6}\n")));
+  EXPECT_THAT(Messages(), Contains("7: min_time 20000\n"));
 }
 
 TEST_F(TimerService, EndsATaskThatReturnsFalseAndFreesItsNumber) {
@@ -83,6 +90,12 @@ TEST_F(TimerService, EndTaskWaitsForTheCallUnderWayEvenOfARemovedTask) {
   AddHeldUp(1);
   EXPECT_TRUE(Service().RemoveTask(0));
   EXPECT_TRUE(WaitsFor(barrier, [] { EXPECT_FALSE(Service().EndTask(0)); }));
+}
+
+TEST_F(TimerService, EndTaskWaitsForNobodyInAForkedChild) {
+  AddHeldUp(1);
+  EXPECT_TRUE(EndsInChild([] { EXPECT_TRUE(Service().EndTask(0)); }));
+  barrier.open.set_value();
 }
 
 TEST_F(TimerService, EndTaskReturnsOnceTheCallbackIsDestroyed) {

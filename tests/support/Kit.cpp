@@ -47,9 +47,11 @@ void AllowLeftovers(std::size_t fds, std::size_t threads) {
   s_allowed[1] = threads;
 }
 
+int Stretched(int milliseconds) { return milliseconds * HUTIL_TEST_TIMEOUT_SCALE; }
+
 bool WaitFor(const std::function<bool()>& holds, int milliseconds) {
   using Clock = std::chrono::steady_clock;
-  const auto span = std::chrono::milliseconds(milliseconds) * HUTIL_TEST_TIMEOUT_SCALE;
+  const auto span = std::chrono::milliseconds(Stretched(milliseconds));
   for (const auto end = Clock::now() + span; !holds();) {
     if (Clock::now() >= end) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -59,7 +61,7 @@ bool WaitFor(const std::function<bool()>& holds, int milliseconds) {
 
 bool WaitUntilReadable(int fd, int milliseconds) {
   pollfd wanted{fd, POLLIN, 0};
-  return poll(&wanted, 1, milliseconds * HUTIL_TEST_TIMEOUT_SCALE) > 0;
+  return poll(&wanted, 1, Stretched(milliseconds)) > 0;
 }
 
 bool WaitUntilAsleep(long tid) {

@@ -25,6 +25,7 @@ namespace hutil_test {
 void AllowLeftovers(std::size_t fds, std::size_t threads);
 
 // Every limit here is stretched for slow builds (HUTIL_TEST_TIMEOUT_SCALE).
+int Stretched(int milliseconds);
 bool WaitFor(const std::function<bool()>& holds, int milliseconds);
 bool WaitUntilReadable(int fd, int milliseconds);
 inline bool WaitForLog(const std::string& format, int milliseconds) {

@@ -26,6 +26,14 @@ std::vector<LogLine> Logs() {
   return s_logs;
 }
 
+std::vector<std::string> Messages() {
+  std::vector<std::string> messages;
+  for (const LogLine& log : Logs()) {
+    messages.push_back(std::to_string(log.priority) + log.text.substr(log.text.find('#') + 1));
+  }
+  return messages;
+}
+
 std::vector<std::string> SystemLines() {
   const std::lock_guard<std::mutex> guard(s_mutex);
   return s_commands;

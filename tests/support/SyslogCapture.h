@@ -19,7 +19,8 @@ struct LogLine {
 
 std::vector<LogLine> Logs();
 std::vector<std::string> SystemLines();
-void ClearLogs();  // both of them
+std::vector<std::string> Messages();  // of each log its priority and the text behind '#'
+void ClearLogs();                     // both of them
 
 // Was "%s %d: MESSAGE" logged by `function` with these arguments? " : MESSAGE" has its own colon;
 // with a null function the message is the whole format. A failure shows all that was logged.
