@@ -6,8 +6,7 @@ set -eu
 
 # Each test that asks for what the emulator lacks, and why.
 skips='
-Socket.PathThatStartsWithALetterBindsToADevice: qemu 7.2 has no getsockopt(SO_BINDTODEVICE)
-NetworkMonitor.HearsTheKernelAlsoAfterAFailedReadOrStart: qemu 7.2 refuses netlink messages about rules and queues
+KernelEvents.TellOfRulesAndQueues: qemu 7.2 refuses netlink messages about rules and queues
 '
 
 if [ "$1" = --skips ]; then
