@@ -49,6 +49,7 @@ TEST_F(Tls, FailedTransferLeavesNoErrorBehind) {
   EXPECT_EQ(-1, client_->Recv(pair_.far(), data_, size_t{1} << 31));
   EXPECT_EQ(12, send(pair_.far(), "not a record", 12, 0));
   EXPECT_LT(Recv(), 0);
+  EXPECT_EQ(0U, ERR_peek_error());
   EXPECT_EQ(-1, server_->Send(pair_.near(), data_, 1));
 }
 
