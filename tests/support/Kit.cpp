@@ -31,9 +31,9 @@ class LeakCheck : public testing::EmptyTestEventListener {
   void OnTestEnd(const testing::TestInfo& /*test*/) override {
     ResetFaults();
     for (const int i : {0, 1}) {
-      const auto left = [this, i] { return Count(kFolders[i]) - before_[i]; };
-      EXPECT_TRUE(WaitFor([&] { return left() <= s_allowed[i]; }, 1000))
-          << long(left()) << " entries more in " << kFolders[i];
+      const auto left = [this, i] { return long(Count(kFolders[i])) - long(before_[i]); };
+      EXPECT_TRUE(WaitFor([&] { return left() <= long(s_allowed[i]); }, 1000))
+          << left() << " entries more in " << kFolders[i];
     }
   }
 
